@@ -1,0 +1,88 @@
+/* tellarok status codes of the library's own facility (4, from 0xE000): errors from
+ * 0x8004E000, informational successes from 0x0004E000. KyErrorHandler_GetHresultString
+ * gives the text of each. Platform codes (S_OK, E_FAIL, ...) come from <windows.h>. */
+#ifndef TELLAROK_KY_STATUS_H
+#define TELLAROK_KY_STATUS_H
+
+#include "ky_base.h"
+
+#define KY_HR(x) ((HRESULT)(x))
+
+/* informational successes */
+#define KYS_PARTIAL_RECOVERY        KY_HR(0x0004E000) /* some content recovered */
+#define KYS_MEDIA_NOT_LOCATED       KY_HR(0x0004E003)
+#define KYS_NOT_CONFIGURED          KY_HR(0x0004E005)
+#define KYS_NO_VIDEO_CODEC          KY_HR(0x0004E006)
+#define KYS_STREAM_NOT_FOUND        KY_HR(0x0004E007)
+#define KYS_SOME_STREAMS_FAILED     KY_HR(0x0004E008)
+#define KYS_PRESETS_NOT_LOADED      KY_HR(0x0004E009)
+#define KYS_FILE_RENAMED            KY_HR(0x0004E00B)
+#define KYS_STREAM_FORMAT_VARIES    KY_HR(0x0004E00C)
+#define KYS_OLDER_PROJECT           KY_HR(0x0004E00E)
+#define KYS_OTHER_PRODUCT_PROJECT   KY_HR(0x0004E010)
+
+/* errors */
+#define KYERR_UNSUPPORTED_MEDIATYPE KY_HR(0x8004E000)
+#define KYERR_NOT_ENABLED           KY_HR(0x8004E001)
+#define KYERR_DISK_FULL             KY_HR(0x8004E002)
+#define KYERR_LOW_RESOURCES         KY_HR(0x8004E003)
+#define KYERR_RESOURCE_ALLOCATED    KY_HR(0x8004E004)
+#define KYERR_BUSY                  KY_HR(0x8004E005)
+#define KYERR_FILE_CREATE           KY_HR(0x8004E006)
+#define KYERR_FILE_OPEN             KY_HR(0x8004E007)
+#define KYERR_FILE_READ             KY_HR(0x8004E008)
+#define KYERR_FILE_WRITE            KY_HR(0x8004E009)
+#define KYERR_NOT_FOUND             KY_HR(0x8004E00A)
+#define KYERR_FILE_CORRUPT          KY_HR(0x8004E00B)
+#define KYERR_CANCELLED             KY_HR(0x8004E00C)
+#define KYERR_BAD_FILENAME          KY_HR(0x8004E00D)
+#define KYERR_RESOURCE_MISSING      KY_HR(0x8004E00E)
+#define KYERR_WINDOW_CREATE         KY_HR(0x8004E00F)
+#define KYERR_DRIVER_OPEN           KY_HR(0x8004E010)
+#define KYERR_CODEC_OPEN            KY_HR(0x8004E011)
+#define KYERR_CODEC_CONVERT         KY_HR(0x8004E012)
+#define KYERR_DEVICE_UNAVAILABLE    KY_HR(0x8004E015)
+#define KYERR_UNSUPPORTED_FORMAT    KY_HR(0x8004E016)
+#define KYERR_EXCEPTION             KY_HR(0x8004E017)
+#define KYERR_DELETE_FAILED         KY_HR(0x8004E019)
+#define KYERR_NO_AUDIO              KY_HR(0x8004E01A)
+#define KYERR_COMPONENT_INIT        KY_HR(0x8004E01B)
+#define KYERR_NO_VIDEO              KY_HR(0x8004E01D)
+#define KYERR_CODEC_OPEN2           KY_HR(0x8004E01E)
+#define KYERR_NO_VIDEO_CODEC        KY_HR(0x8004E01F)
+#define KYERR_NOT_ENOUGH_AUDIO      KY_HR(0x8004E023)
+#define KYERR_MAY_BE_CORRUPT        KY_HR(0x8004E025)
+#define KYERR_TOO_MANY_FILES        KY_HR(0x8004E026)
+#define KYERR_RATE_UNSUPPORTED      KY_HR(0x8004E028)
+#define KYERR_NO_ROOM_FOR_PLUGIN    KY_HR(0x8004E02E)
+#define KYERR_PLUGIN_NOT_FOR_TRACK  KY_HR(0x8004E02F)
+#define KYERR_PLUGIN_MEDIA_TYPE     KY_HR(0x8004E030)
+#define KYERR_PACKAGE_PARTIAL       KY_HR(0x8004E031)
+#define KYERR_FILE_EXISTS           KY_HR(0x8004E032)
+#define KYERR_UNSUPPORTED_FILETYPE  KY_HR(0x8004E033)
+#define KYERR_STREAM_UNRECOGNIZED   KY_HR(0x8004E035)
+#define KYERR_STREAM_OPEN           KY_HR(0x8004E036)
+#define KYERR_STREAM_CREATE         KY_HR(0x8004E037)
+#define KYERR_STREAM_READ           KY_HR(0x8004E038)
+#define KYERR_STREAM_WRITE          KY_HR(0x8004E039)
+#define KYERR_RENDER_TOO_LARGE      KY_HR(0x8004E03A)
+#define KYERR_CODEC_SETTINGS        KY_HR(0x8004E03B)
+#define KYERR_FORMAT_PLUGIN_INIT    KY_HR(0x8004E047)
+#define KYERR_FILE_IN_PROJECT       KY_HR(0x8004E051)
+#define KYERR_TOO_SLOW              KY_HR(0x8004E054)
+#define KYERR_RIFF_MISSING          KY_HR(0x8004E080) /* a necessary RIFF header is missing */
+#define KYERR_LIST_MISSING          KY_HR(0x8004E081) /* a necessary LIST header is missing */
+#define KYERR_CHUNK_ZERO_LENGTH     KY_HR(0x8004E082) /* a chunk has a length of 0 */
+#define KYERR_CHUNK_BAD_LENGTH      KY_HR(0x8004E083) /* a chunk has an illegal length */
+#define KYERR_PLUGIN_NOT_INSTALLED  KY_HR(0x8004E084)
+#define KYERR_NO_DEVICES            KY_HR(0x8004E0A0)
+#define KYERR_PLAYBACK_TIMEOUT      KY_HR(0x8004E0A1)
+#define KYERR_MIX_TIMEOUT           KY_HR(0x8004E0A2)
+#define KYERR_PEAKS_NO_ACCESS       KY_HR(0x8004E0A3)
+#define KYERR_NO_TEMPLATE           KY_HR(0x8004E0A5)
+#define KYERR_EXEC_FAILED           KY_HR(0x8004E0A6)
+#define KYERR_BANDWIDTH             KY_HR(0x8004E0A8)
+#define KYERR_TEMPLATE_BITRATE      KY_HR(0x8004E0AB)
+#define KYERR_NEED_ADMIN            KY_HR(0x8004E142)
+
+#endif
