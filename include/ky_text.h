@@ -2,6 +2,15 @@
 #ifndef TELLAROK_KY_TEXT_H
 #define TELLAROK_KY_TEXT_H
 
+#include <stdarg.h>
 #include "ky_base.h"
+
+KY_BEGIN_DECLS
+/* Formats like the platform's printf family into buffer (size characters, always
+ * terminated, never overrun) and expands the library's named tokens; returns the
+ * characters written without the terminator. */
+KY_IMPORT LONG KYAPI_CDECL KyPrintF(char *buffer, LONG size, const char *format, ...);
+KY_IMPORT LONG KYAPI KyVPrintF(char *buffer, LONG size, const char *format, va_list args);
+KY_END_DECLS
 
 #endif
