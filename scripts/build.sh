@@ -21,6 +21,11 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
   wineboot -i >/dev/null 2>&1 || true
   wineserver -w || true
 fi
-wineserver -p >/dev/null 2>&1 &
+# The server daemonises once it is ready; starting it in the background instead races
+# with the first test process and can leave that process waiting forever.
+wineserver -p >/dev/null 2>&1 || true
+# Start Wine's services now, detached from our output: a service started by the first test
+# program would inherit ctest's output pipe and keep ctest waiting until its timeout.
+wine cmd.exe /c exit 0 </dev/null >/dev/null 2>&1 || true
 ky_stop_wine() { wineserver -k >/dev/null 2>&1 || true; }
 trap ky_stop_wine EXIT
