@@ -1,0 +1,1 @@
+// Tests of the foundation family (filled in with its implementation).

@@ -1,0 +1,1 @@
+// SMPTE time-code tests (filled in with the implementation).
