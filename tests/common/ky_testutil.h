@@ -26,6 +26,15 @@ inline std::string TempDir(const std::string &sub) {
   return dir;
 }
 
+// How many worker threads a test may run beside its main thread. Under the QEMU user-mode
+// emulation used where the kernel cannot run 32-bit programs, Wine crashes with more than
+// one extra thread at a time, so tests keep to one worker there (the main thread still
+// runs concurrently with it).
+inline int WorkerThreads(int wanted) {
+  const char *e = getenv("TELLAROK_EMULATED_I386");
+  return e && *e == '1' ? 1 : wanted;
+}
+
 // An export of tellarok.dll by name (the internal seams are found this way).
 template <class F>
 F Export(const char *name) {
