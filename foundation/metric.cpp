@@ -47,6 +47,12 @@ void ValueName(char (&name)[16], LONG number, DWORD regType) {
   snprintf(name, sizeof name, "%s%lu", prefix, magnitude);
 }
 
+// The key serving a number and the value's name there; null without a handle or key.
+HKEY ValueKey(const tKYMETRIC *m, LONG number, DWORD regType, char (&name)[16]) {
+  ValueName(name, number, regType);
+  return m ? KeyFor(m, number) : nullptr;
+}
+
 HRESULT OpenHandle(HKYMETRIC *out, bool service, const char *name, DWORD version, const char *section) {
   if (!out) return E_POINTER;
   *out = nullptr;
@@ -81,10 +87,9 @@ HRESULT DeletePath(bool service, const char *name, DWORD version, const char *se
 // Queries a value of the number's key; true when it exists with the expected type.
 // `size` is in: buffer bytes, out: bytes stored.
 bool QueryTyped(const tKYMETRIC *m, LONG number, DWORD regType, void *buffer, DWORD *size) {
-  HKEY key = KeyFor(m, number);
-  if (!key) return false;
   char name[16];
-  ValueName(name, number, regType);
+  HKEY key = ValueKey(m, number, regType, name);
+  if (!key) return false;
   DWORD type = 0;
   LONG rc = RegQueryValueExA(key, name, nullptr, &type, static_cast<BYTE *>(buffer), size);
   return rc == ERROR_SUCCESS && type == regType;
@@ -99,11 +104,9 @@ bool QueryDword(const tKYMETRIC *m, LONG number, LONG *value) {
 
 HRESULT SetTyped(HKYMETRIC handle, LONG number, DWORD regType, const void *data, LONG size) {
   tKYMETRIC *m = Resolve(handle);
-  if (!m || size < 0 || (!data && size > 0)) return E_FAIL;
-  HKEY key = KeyFor(m, number);
-  if (!key) return E_FAIL;
   char name[16];
-  ValueName(name, number, regType);
+  HKEY key = ValueKey(m, number, regType, name);
+  if (!key || size < 0 || (!data && size > 0)) return E_FAIL;
   LONG rc = RegSetValueExA(key, name, 0, regType, static_cast<const BYTE *>(data), (DWORD)size);
   return rc == ERROR_SUCCESS ? S_OK : E_FAIL;
 }
@@ -120,7 +123,7 @@ LONG GetText(HKYMETRIC handle, LONG number, DWORD regType, char *buffer, LONG si
   if (!buffer || size <= 0) return 0;
   tKYMETRIC *m = Resolve(handle);
   DWORD stored = (DWORD)size;
-  if (!m || !QueryTyped(m, number, regType, buffer, &stored) || stored > (DWORD)size) stored = 0;
+  if (!QueryTyped(m, number, regType, buffer, &stored) || stored > (DWORD)size) stored = 0;
   memset(buffer + stored, 0, (size_t)size - stored);
   if (stored > 1) return (LONG)stored - 1;
   if (stored == 1 && keepEmpty) return 0;
@@ -257,7 +260,7 @@ extern "C" LONG WINAPI KyGetMetricBinary(HKYMETRIC handle, LONG number, void *bu
     if (!buffer || size <= 0) return 0;
     tKYMETRIC *m = Resolve(handle);
     DWORD stored = (DWORD)size;
-    if (!m || !QueryTyped(m, number, REG_BINARY, buffer, &stored) || stored > (DWORD)size) stored = 0;
+    if (!QueryTyped(m, number, REG_BINARY, buffer, &stored) || stored > (DWORD)size) stored = 0;
     memset(static_cast<BYTE *>(buffer) + stored, 0, (size_t)size - stored);
     return (LONG)stored;
   });
@@ -295,12 +298,9 @@ extern "C" HRESULT WINAPI KySetMetricMultiString(HKYMETRIC handle, LONG number, 
 
 extern "C" HRESULT WINAPI KyDoesMetricExist(HKYMETRIC handle, LONG number, DWORD regType) {
   return ky::GuardHr([&]() -> HRESULT {
-    tKYMETRIC *m = Resolve(handle);
-    if (!m) return S_FALSE;
-    HKEY key = KeyFor(m, number);
-    if (!key) return S_FALSE;
     char name[16];
-    ValueName(name, number, regType);
+    HKEY key = ValueKey(Resolve(handle), number, regType, name);
+    if (!key) return S_FALSE;
     // A one-byte probe: "more data" still proves the value is there.
     BYTE probe[1];
     DWORD type = 0, size = sizeof probe;
@@ -314,10 +314,9 @@ extern "C" HRESULT WINAPI KyDeleteMetric(HKYMETRIC handle, LONG number, DWORD re
   return ky::GuardHr([&]() -> HRESULT {
     tKYMETRIC *m = Resolve(handle);
     if (!m) return S_FALSE;
-    HKEY key = KeyFor(m, number);
-    if (!key) return E_FAIL;
     char name[16];
-    ValueName(name, number, regType);
+    HKEY key = ValueKey(m, number, regType, name);
+    if (!key) return E_FAIL;
     return RegDeleteValueA(key, name) == ERROR_SUCCESS ? S_OK : E_FAIL;
   });
 }
