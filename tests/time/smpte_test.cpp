@@ -141,8 +141,20 @@ TEST(FrameCount, DropFrameDayIsOneFrameShort) {
 
 struct ArithCase {
   _smpteval a, b;
-  const char *sum;
+  const char *result;
 };
+
+// Runs op(a, b) on a copy of each case's a; the result keeps a's type.
+template <size_t N>
+void CheckArithmetic(HRESULT(WINAPI *op)(_smpteval *, const _smpteval *), const char *sign,
+                     const ArithCase (&cases)[N]) {
+  for (const ArithCase &c : cases) {
+    _smpteval a = c.a;
+    EXPECT_EQ(S_OK, op(&a, &c.b));
+    EXPECT_EQ(c.result, Str(a)) << Str(c.a) << sign << Str(c.b);
+    EXPECT_EQ(c.a.type, a.type);
+  }
+}
 
 TEST(AddSMPTE, SumsAndWrapsAtTheDayOfA) {
   const ArithCase cases[] = {
@@ -154,12 +166,7 @@ TEST(AddSMPTE, SumsAndWrapsAtTheDayOfA) {
       // b is counted in its own type: 30 frames are one second and 5 frames at 25.
       {Tc(3, 0, 0, 0, 0), Tc(1, 0, 0, 1, 0), "0:00:01:05"},
   };
-  for (const ArithCase &c : cases) {
-    _smpteval a = c.a;
-    EXPECT_EQ(S_OK, KYSMPTE_AddSMPTE(&a, &c.b));
-    EXPECT_EQ(c.sum, Str(a)) << Str(c.a) << " + " << Str(c.b);
-    EXPECT_EQ(c.a.type, a.type);
-  }
+  CheckArithmetic(KYSMPTE_AddSMPTE, " + ", cases);
 }
 
 TEST(SubtractSMPTE, DifferencesAndNegativeWraps) {
@@ -173,11 +180,7 @@ TEST(SubtractSMPTE, DifferencesAndNegativeWraps) {
       // Exactly one day back: the day itself, which converts to 00:00:00:00.
       {Tc(4, 0, 0, 0, 0), Tc(1, 19, 12, 0, 0), "0:00:00:00"},
   };
-  for (const ArithCase &c : cases) {
-    _smpteval a = c.a;
-    EXPECT_EQ(S_OK, KYSMPTE_SubtractSMPTE(&a, &c.b));
-    EXPECT_EQ(c.sum, Str(a)) << Str(c.a) << " - " << Str(c.b);
-  }
+  CheckArithmetic(KYSMPTE_SubtractSMPTE, " - ", cases);
 }
 
 // ---- KYSMPTE_SMPTECompare ----
