@@ -446,8 +446,8 @@ extern "C" HRESULT WINAPI KyList_ReAllocItem(HKYLIST l, LONG index, LONG size) {
 extern "C" LONG WINAPI KyList_AllocSize(HKYLIST l, LONG index) {
   return WithList<LONG>(l, 0, 0, [&]() -> LONG {
     if (index >= 0) {
-      if (index >= l->count) return 0;
-      return IsArray(l) ? static_cast<LONG>(l->slotSize) : ItemSize(l, PointerAt(l, index));
+      if (IsArray(l)) return static_cast<LONG>(l->slotSize);
+      return index < l->count ? ItemSize(l, PointerAt(l, index)) : 0;
     }
     LONG total = 0;
     if (!IsArray(l))
