@@ -331,10 +331,27 @@ extern "C" HRESULT WINAPI KyList_Destroy(HKYLIST l) {
   return S_OK;
 }
 
+// True when every byte of [p, p + n) lies in committed, readable pages. Asked of the memory
+// manager rather than probed with a caught fault, so no access violation is ever raised.
+static bool IsReadable(const void *p, size_t n) {
+  const auto *at = static_cast<const BYTE *>(p);
+  const BYTE *end = at + n;
+  while (at < end) {
+    MEMORY_BASIC_INFORMATION mbi;
+    if (VirtualQuery(at, &mbi, sizeof mbi) != sizeof mbi) return false;
+    const DWORD readable = PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
+                           PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+    if (mbi.State != MEM_COMMIT || !(mbi.Protect & readable) || (mbi.Protect & PAGE_GUARD))
+      return false;
+    at = static_cast<const BYTE *>(mbi.BaseAddress) + mbi.RegionSize;
+  }
+  return true;
+}
+
 extern "C" LONG WINAPI KyList_IsList(const void *p, LONG size) {
   return ky::Guard<LONG>(0, [&]() -> LONG {
     if (size != KYLIST_HEADER_SIZE || !p) return 0;
-    if (IsBadReadPtr(p, KYLIST_HEADER_SIZE)) return 0;
+    if (!IsReadable(p, KYLIST_HEADER_SIZE)) return 0;
     return static_cast<const tKYLIST *>(p)->signature == KYLIST_SIGNATURE ? 1 : 0;
   });
 }

@@ -1,6 +1,8 @@
 // Item lists: creation arithmetic, growth and shrink, the pending-item protocol, moves,
 // sorts, searches, and the entry rule under real threads.
 #include <gtest/gtest.h>
+
+#include "ky_testutil.h"
 #include <windows.h>
 #include <algorithm>
 #include <cstdio>
@@ -105,11 +107,14 @@ TEST(ListCreate, IsListChecksSizeReadabilityAndSignature) {
   EXPECT_EQ(0, KyList_IsList(zeros, 84));
 }
 
-// Disabled: the fault that IsBadReadPtr absorbs kills the QEMU-emulated Wine used here.
-TEST(ListCreate, DISABLED_IsListOnUnreadableMemory) {
-  void *reserved = VirtualAlloc(nullptr, 4096, MEM_RESERVE, PAGE_NOACCESS);
-  EXPECT_EQ(0, KyList_IsList(reserved, 84));
-  VirtualFree(reserved, 0, MEM_RELEASE);
+TEST(ListCreate, IsListOnUnreadableMemory) {
+  // A reserved page, and a header that starts readable and runs into a no-access page.
+  auto *pages = static_cast<BYTE *>(VirtualAlloc(nullptr, 8192, MEM_RESERVE, PAGE_NOACCESS));
+  ASSERT_NE(nullptr, pages);
+  EXPECT_EQ(0, KyList_IsList(pages, 84));
+  ASSERT_NE(nullptr, VirtualAlloc(pages, 4096, MEM_COMMIT, PAGE_READWRITE));
+  EXPECT_EQ(0, KyList_IsList(pages + 4096 - 40, 84));
+  VirtualFree(pages, 0, MEM_RELEASE);
 }
 
 TEST(ListCreate, NullListHandling) {
@@ -462,18 +467,17 @@ TEST(ListOwner, UserDataAndOwnerCheckFromAnotherThread) {
   l->options |= KYLIST_ANYTHREAD;
 }
 
-// Disabled: hangs or crashes under the QEMU-emulated Wine used here; run it natively.
-TEST(ListThreads, DISABLED_ThreadSafeListLosesNoItem) {
+TEST(ListThreads, ThreadSafeListLosesNoItem) {
   List l(0, 0, 0, KYLIST_THREADSAFE | KYLIST_HEAPITEMS);
-  constexpr LONG kThreads = 4;
-  InserterArg args[kThreads];
-  HANDLE threads[kThreads];
+  const LONG kThreads = kytest::WorkerThreads(4);
+  InserterArg args[4];
+  HANDLE threads[4];
   for (LONG t = 0; t < kThreads; ++t) {
     args[t] = {l, t * kPerThread};
     threads[t] = CreateThread(nullptr, 0, InsertFromThread, &args[t], 0, nullptr);
   }
   WaitForMultipleObjects(kThreads, threads, TRUE, INFINITE);
-  for (HANDLE h : threads) CloseHandle(h);
+  for (LONG t = 0; t < kThreads; ++t) CloseHandle(threads[t]);
   ASSERT_EQ(kThreads * kPerThread, l->count);
   std::vector<LONG> seen;
   for (LONG i = 0; i < l->count; ++i) seen.push_back(*static_cast<LONG *>(Ptrs(l)[i]));
