@@ -55,6 +55,8 @@ constexpr DWORD kScratchSize = 0x20000;
 void TimerStartup();           // reads the performance-counter frequency
 void TimerFinishStartup();
 void TimerRelease();
+DWORD TimerNow();             // milliseconds since the service started
+LONGLONG TimerBase();         // performance-counter value of the service's start
 DWORD DetectCpuFeatures();
 void ResolveMonitorEntryPoints();
 void RestoreMonitorEntryPoints();
