@@ -2,7 +2,9 @@
 // and the internal seams of the DLL (found at run time, not declared in include/).
 #pragma once
 
+#include <gtest/gtest.h>
 #include <windows.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string>
 
@@ -48,4 +50,56 @@ inline MessageBoxHook SetMessageBoxHook(MessageBoxHook hook) {
   return f ? f(hook) : nullptr;
 }
 
+// GoogleTest's own printer also passes every failure to OutputDebugStringA, which raises a
+// debug exception; under the QEMU emulation Wine cannot unwind it and the program dies at its
+// first failure, hiding the rest. This printer forwards everything to the default one except
+// the failures, which it prints itself. Installed before main() runs.
+class FailurePrinter : public ::testing::TestEventListener {
+public:
+  explicit FailurePrinter(::testing::TestEventListener *inner) : inner_(inner) {}
+  ~FailurePrinter() override { delete inner_; }
+  void OnTestProgramStart(const ::testing::UnitTest &u) override { inner_->OnTestProgramStart(u); }
+  void OnTestIterationStart(const ::testing::UnitTest &u, int i) override {
+    inner_->OnTestIterationStart(u, i);
+  }
+  void OnEnvironmentsSetUpStart(const ::testing::UnitTest &u) override {
+    inner_->OnEnvironmentsSetUpStart(u);
+  }
+  void OnEnvironmentsSetUpEnd(const ::testing::UnitTest &u) override {
+    inner_->OnEnvironmentsSetUpEnd(u);
+  }
+  void OnTestSuiteStart(const ::testing::TestSuite &s) override { inner_->OnTestSuiteStart(s); }
+  void OnTestStart(const ::testing::TestInfo &t) override { inner_->OnTestStart(t); }
+  void OnTestPartResult(const ::testing::TestPartResult &r) override {
+    if (r.type() == ::testing::TestPartResult::kSuccess) return;
+    printf("%s:%d: %s\n%s\n", r.file_name() ? r.file_name() : "unknown", r.line_number(),
+           r.skipped() ? "Skipped" : "Failure", r.message());
+    fflush(stdout);
+  }
+  void OnTestEnd(const ::testing::TestInfo &t) override { inner_->OnTestEnd(t); }
+  void OnTestSuiteEnd(const ::testing::TestSuite &s) override { inner_->OnTestSuiteEnd(s); }
+  void OnEnvironmentsTearDownStart(const ::testing::UnitTest &u) override {
+    inner_->OnEnvironmentsTearDownStart(u);
+  }
+  void OnEnvironmentsTearDownEnd(const ::testing::UnitTest &u) override {
+    inner_->OnEnvironmentsTearDownEnd(u);
+  }
+  void OnTestIterationEnd(const ::testing::UnitTest &u, int i) override {
+    inner_->OnTestIterationEnd(u, i);
+  }
+  void OnTestProgramEnd(const ::testing::UnitTest &u) override { inner_->OnTestProgramEnd(u); }
+
+private:
+  ::testing::TestEventListener *inner_;
+};
+
+inline bool InstallFailurePrinter() {
+  auto &listeners = ::testing::UnitTest::GetInstance()->listeners();
+  ::testing::TestEventListener *def = listeners.Release(listeners.default_result_printer());
+  if (def) listeners.Append(new FailurePrinter(def));
+  return true;
+}
+inline const bool kFailurePrinterInstalled = InstallFailurePrinter();
+
 } // namespace kytest
+

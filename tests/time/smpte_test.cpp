@@ -1,5 +1,7 @@
 // Tests of SMPTE time code and media time.
 #include <gtest/gtest.h>
+
+#include "ky_testutil.h"
 #include <string>
 #include "ky_time.h"
 
