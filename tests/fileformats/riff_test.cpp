@@ -183,6 +183,14 @@ TEST(RiffFind, TopLevelAndBounds) {
   // Unbounded: a missing identifier runs to the end of the file.
   f.Seek(12);
   EXPECT_EQ(KYERR_FILE_READ, riff_FindChunkHeader(f.h(), Four("cue "), nullptr, nullptr));
+
+  // A size of 0xFFFFFFFF pads to 2^32: the count must not wrap back into the positives.
+  TempFile huge(Builder().Tag("junk").U32(0xFFFFFFFF).Chunk("data", 4).b);
+  rem = 100;
+  EXPECT_EQ(KYERR_NOT_FOUND, riff_FindChunkHeader(huge.h(), Four("data"), &size, &rem));
+  EXPECT_EQ(LONG(0x80000000), rem);
+  huge.Seek(0);
+  EXPECT_EQ(KYERR_FILE_READ, riff_FindChunkHeader(huge.h(), Four("data"), &size, nullptr));
 }
 
 // Each skipped LIST takes 4 bytes more from the count than it occupies.
