@@ -11,3 +11,12 @@ if(KY_BASH)
   set_tests_properties(riff_independent_readers PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120
     ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix;WINEDEBUG=-all")
 endif()
+
+# kytool chunks on the fixtures, good and damaged.
+if(KY_BASH)
+  add_test(NAME kytool_chunks
+    COMMAND ${KY_BASH} ${CMAKE_CURRENT_SOURCE_DIR}/kytool_chunks.sh $<TARGET_FILE:kytool>
+            ${CMAKE_SOURCE_DIR}/tests/data/riff)
+  set_tests_properties(kytool_chunks PROPERTIES TIMEOUT 180
+    ENVIRONMENT "WINEPREFIX=${CMAKE_BINARY_DIR}/wineprefix;WINEDEBUG=-all")
+endif()
