@@ -319,7 +319,7 @@ HRESULT KYAPI riff_DeleteChunk(HANDLE hFile, DWORD id, DWORD *removed, BOOL isLi
 HRESULT KYAPI riff_WriteANSIString(HANDLE hFile, const char *text, DWORD *written) {
   if (!text || !written) return E_POINTER;
   const size_t length = strlen(text) + 1; // with the terminating zero
-  char *copy = static_cast<char *>(calloc(length + 1, 1));
+  char *copy = static_cast<char *>(calloc(length, 1));
   if (!copy) return E_OUTOFMEMORY;
   memcpy(copy, text, length);
   const DWORD n = static_cast<DWORD>(length);

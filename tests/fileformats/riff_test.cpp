@@ -292,6 +292,36 @@ TEST(RiffDelete, MovesManyBlocks) {
   EXPECT_EQ(want, f.Content());
 }
 
+// Closed or invalid handles give the read or write status; required pointers are checked
+// before anything happens.
+TEST(RiffArguments, BadHandlesAndNullPointers) {
+  const HANDLE bad[] = {INVALID_HANDLE_VALUE, nullptr};
+  for (HANDLE h : bad) {
+    DWORD id = 0, size = 0, n = 0;
+    BYTE buf[4];
+    EXPECT_EQ(KYERR_FILE_READ, riff_ReadChunkHeader(h, &id, &size));
+    EXPECT_EQ(KYERR_FILE_READ, riff_ReadData(h, buf, 4));
+    EXPECT_EQ(KYERR_RIFF_MISSING, riff_ReadFileID(h, &size, &id));
+    EXPECT_EQ(KYERR_FILE_READ, riff_FindChunkHeader(h, Four("data"), &size, nullptr));
+    EXPECT_EQ(KYERR_FILE_READ, riff_UpdateRIFFSize(h, 1));
+    EXPECT_EQ(KYERR_FILE_WRITE, riff_WriteChunk(h, Four("data"), buf, 4, &n));
+    EXPECT_EQ(KYERR_FILE_WRITE, riff_SetRIFFSize(h, 4));
+    EXPECT_EQ(KYERR_FILE_WRITE, riff_WriteANSIString(h, "abc", &n));
+    EXPECT_EQ(KYERR_RIFF_MISSING, riff_DeleteChunk(h, Four("data"), &n, FALSE));
+  }
+  TempFile f(SampleWave().b);
+  DWORD v = 0;
+  EXPECT_EQ(E_POINTER, riff_ReadChunkHeader(f.h(), nullptr, &v));
+  EXPECT_EQ(E_POINTER, riff_ReadListHeader(f.h(), &v, nullptr));
+  EXPECT_EQ(E_POINTER, riff_ReadData(f.h(), nullptr, 4));
+  EXPECT_EQ(E_POINTER, riff_ReadDataAlloc(f.h(), nullptr));
+  EXPECT_EQ(E_POINTER, riff_GetNumListEntries(f.h(), nullptr, nullptr));
+  EXPECT_EQ(E_POINTER, riff_WriteChunk(f.h(), Four("data"), nullptr, 4, nullptr));
+  EXPECT_EQ(E_POINTER, riff_SaveLocation(f.h(), nullptr));
+  EXPECT_EQ(0u, f.Pos());
+  EXPECT_EQ(SampleWave().b, f.Content());
+}
+
 TEST(RiffStrings, ReadClampsAndIncrementsSize) {
   TempFile f(Builder().Raw({'h', 'e', 'l', 'l', 'o', 0, 'X', 'Y'}).b);
   char dest[8];
