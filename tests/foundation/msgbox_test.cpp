@@ -42,7 +42,7 @@ BOOL CALLBACK Collect(HWND child, LPARAM) {
     if ((style & SS_TYPEMASK) == SS_ICON) g_seen.icon = true;
     else g_seen.text = text;
   } else if (lstrcmpiA(cls, "Edit") == 0) {
-    g_seen.detailsHiddenAtFirst = !IsWindowVisible(child);
+    g_seen.detailsHiddenAtFirst = !(style & WS_VISIBLE);
     g_seen.detailsReadOnly = (style & ES_READONLY) != 0 && (style & WS_VSCROLL) != 0;
     std::vector<char> b(static_cast<size_t>(GetWindowTextLengthA(child)) + 1);
     GetWindowTextA(child, b.data(), static_cast<int>(b.size()));
@@ -59,7 +59,9 @@ void WINAPI Inspect(HWND dlg) {
   EnumChildWindows(dlg, Collect, 0);
   if (g_seen.hasDetails) {
     SendMessageA(dlg, WM_COMMAND, MAKEWPARAM(1000, BN_CLICKED), 0);
-    g_seen.detailsShownAfterClick = IsWindowVisible(GetDlgItem(dlg, 1003)) != 0;
+    // The dialog itself is not shown yet: look at the box's own visibility bit.
+    g_seen.detailsShownAfterClick =
+        (GetWindowLongA(GetDlgItem(dlg, 1003), GWL_STYLE) & WS_VISIBLE) != 0;
   }
   int id = IDCANCEL;
   if (!g_seen.buttons.empty()) {
