@@ -20,7 +20,7 @@ struct Seen {
   bool detailsHiddenAtFirst = false, detailsShownAfterClick = false, detailsReadOnly = false;
   std::string detailsText;
   int defaultButton = 0;
-  int click = -1;  // index of the button to click; -1: the last
+  int click = -1;  // index of the button to click; -1: the last; -2: press Esc
 };
 Seen g_seen;
 
@@ -63,8 +63,8 @@ void WINAPI Inspect(HWND dlg) {
     g_seen.detailsShownAfterClick =
         (GetWindowLongA(GetDlgItem(dlg, 1003), GWL_STYLE) & WS_VISIBLE) != 0;
   }
-  int id = IDCANCEL;
-  if (!g_seen.buttons.empty()) {
+  int id = IDCANCEL;  // what Esc sends
+  if (!g_seen.buttons.empty() && g_seen.click != -2) {
     size_t i = g_seen.click < 0 ? g_seen.buttons.size() - 1 : static_cast<size_t>(g_seen.click);
     id = g_seen.buttons[i];
   }
@@ -134,7 +134,8 @@ TEST_F(MsgBoxDialog, IconTextCaptionAndDetails) {
   EXPECT_EQ("line 1\r\nline 2\r\n", g_seen.detailsText);
 }
 
-TEST_F(MsgBoxDialog, DetailsNeedBothStyleBits) {
+TEST_F(MsgBoxDialog, DetailsNeedBothStyleBitsAndEscClosesAnOkBoxWithOk) {
+  g_seen.click = -2;
   int answer = Show(MB_OK | 0x4000, "hidden", "No details view.");
   SKIP_WITHOUT_WINDOWS(answer);
   EXPECT_EQ(IDOK, answer);

@@ -30,6 +30,7 @@ TEST(TextFormat, PrintfConversions) {
   EXPECT_EQ("[   42][42   ][00042][+42][ 42]", F("[%5d][%-5d][%05d][%+d][% d]", 42, 42, 42, 42, 42));
   EXPECT_EQ("[  ab][ab  ][abc]", F("[%*s][%-*s][%.*s]", 4, "ab", 4, "ab", 3, "abcdef"));
   EXPECT_EQ("[ab  ]", F("[%*s]", -4, "ab"));
+  EXPECT_EQ("[5|abc]", F("[%.*d|%.*s]", -1, 5, -3, "abc"));
   EXPECT_EQ("123456789012345|-1", F("%I64d|%lld", 123456789012345LL, -1LL));
   EXPECT_EQ("-1|65535|255", F("%hd|%hu|%hhu", 0xFFFF, 0xFFFF, 0x1FF));
   EXPECT_EQ("3.14|2.500000e+00|0.5|1.5", F("%.2f|%e|%g|%Lg", 3.14159, 2.5, 0.5, 1.5));
