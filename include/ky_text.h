@@ -11,6 +11,11 @@ KY_BEGIN_DECLS
  * characters written without the terminator. */
 KY_IMPORT LONG KYAPI_CDECL KyPrintF(char *buffer, LONG size, const char *format, ...);
 KY_IMPORT LONG KYAPI KyVPrintF(char *buffer, LONG size, const char *format, va_list args);
+/* Reads one signed decimal number from the front of text: blanks (spaces, tabs) are skipped,
+ * then an optional sign and the digits; values beyond the 32-bit range saturate. Returns 0
+ * when no digit follows (also for null text). *end (end may be null) receives the position
+ * after the last digit, or text itself when no number was read. */
+KY_IMPORT LONG KYAPI KyTextToLongToken(const char *text, const char **end);
 KY_END_DECLS
 
 #endif
