@@ -433,3 +433,137 @@ TEST_F(PlugIn, Flag8ScansTheMapperInThisProcess) {
        reinterpret_cast<HINSTANCE>(static_cast<UINT_PTR>(0x12340000)));
   EXPECT_EQ(0u, Recorded("ext.resource"));
 }
+
+namespace {
+
+// The scan process's exit: waits at most `ms`; STILL_ACTIVE when it has not ended.
+DWORD WaitForExit(DWORD pid, DWORD ms) {
+  HANDLE p = OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid);
+  if (!p) return 0xFFFFFFFF; // gone and reaped
+  DWORD code = STILL_ACTIVE;
+  if (WaitForSingleObject(p, ms) == WAIT_OBJECT_0) GetExitCodeProcess(p, &code);
+  CloseHandle(p);
+  return code;
+}
+
+bool EndsWithNoCase(const std::string &s, const char *tail) {
+  const size_t n = strlen(tail);
+  return s.size() >= n && lstrcmpiA(s.c_str() + s.size() - n, tail) == 0;
+}
+
+// While alive, makes an unhandled exception end the faulting process at once instead of
+// starting the debugger (an empty debugger command cannot be started), in both registry views.
+class NoCrashDebugger {
+public:
+  NoCrashDebugger() {
+    for (int i = 0; i < 2; ++i) {
+      HKEY k;
+      if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, kAeDebug, 0, nullptr, 0, KEY_ALL_ACCESS | kView[i], nullptr, &k,
+                          nullptr) == ERROR_SUCCESS) {
+        DWORD size = sizeof buf_[i];
+        had_[i] = RegQueryValueExA(k, "Debugger", nullptr, nullptr, reinterpret_cast<BYTE *>(buf_[i]), &size) ==
+                  ERROR_SUCCESS;
+        RegSetValueExA(k, "Debugger", 0, REG_SZ, reinterpret_cast<const BYTE *>(""), 1);
+        RegCloseKey(k);
+      }
+    }
+  }
+  ~NoCrashDebugger() {
+    for (int i = 0; i < 2; ++i) {
+      HKEY k;
+      if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kAeDebug, 0, KEY_ALL_ACCESS | kView[i], &k) != ERROR_SUCCESS) continue;
+      if (had_[i])
+        RegSetValueExA(k, "Debugger", 0, REG_SZ, reinterpret_cast<const BYTE *>(buf_[i]), lstrlenA(buf_[i]) + 1);
+      else
+        RegDeleteValueA(k, "Debugger");
+      RegCloseKey(k);
+    }
+  }
+
+private:
+  static constexpr const char *kAeDebug = "Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug";
+  static constexpr REGSAM kView[2] = {KEY_WOW64_32KEY, KEY_WOW64_64KEY};
+  bool had_[2] = {false, false};
+  char buf_[2][512] = {};
+};
+
+} // namespace
+
+TEST_F(PlugIn, ScanRunsInRunDll32AndItsCacheIsTrustedAfterwards) {
+  RegisterFilter(kExt, "ky_tf_ext.dll", "Test Echo");
+  RegisterFilter(kPlain, "ky_tf_plain.dll", "Test Gain");
+  const Listing l = List(KYPLUGIN_LIST_MAPPER);
+  std::string cmd;
+  const DWORD scan = LastScanPid(&cmd);
+  ASSERT_NE(0u, scan);
+  EXPECT_NE(GetCurrentProcessId(), scan);
+
+  char path[MAX_PATH], shortPath[MAX_PATH];
+  GetModuleFileNameA(GetModuleHandleA("tellarok.dll"), path, MAX_PATH);
+  ASSERT_NE(0u, GetShortPathNameA(path, shortPath, MAX_PATH));
+  EXPECT_EQ(std::string("RunDLL32.exe ") + shortPath + ",_KyPlugIn_Grovel@16 0 Orvanel_Grovel_Event", cmd);
+
+  ASSERT_TRUE(l.Has(kExt));
+  ASSERT_TRUE(l.Has(kPlain));
+  EXPECT_EQ(7u, l.At(kExt).flags);
+  EXPECT_EQ(3u, l.At(kPlain).flags);
+  EXPECT_EQ(scan, Recorded("ext.pid"));
+  EXPECT_TRUE(EndsWithNoCase(Raw(HKEY_CURRENT_USER, kRecord, "ext.host").c_str(), "rundll32.exe"));
+  EXPECT_EQ(nullptr, GetModuleHandleA("ky_tf_ext.dll")); // never loaded here
+
+  // The next request trusts the cache: no scan, no filter created.
+  const DWORD created = Recorded("Created");
+  EXPECT_EQ(2u, created);
+  EXPECT_EQ(l.count, List(KYPLUGIN_LIST_MAPPER).count);
+  EXPECT_EQ(created, Recorded("Created"));
+  EXPECT_EQ(scan, LastScanPid());
+  WaitForExit(scan, 30000);
+}
+
+TEST_F(PlugIn, CrashingFilterKillsOnlyTheScanProcess) {
+  NoCrashDebugger quiet;
+  RegisterFilter(kExt, "ky_tf_ext.dll", "Test Echo");
+  List(KYPLUGIN_LIST_MAPPER);
+  WaitForExit(LastScanPid(), 30000);
+  RegisterFilter(kCrash, "ky_tf_crash.dll", "Test Crash");
+
+  const Listing l = List(KYPLUGIN_LIST_MAPPER); // returns although the scan process died
+  const DWORD scan = LastScanPid();
+  ASSERT_NE(0u, scan);
+  EXPECT_EQ(scan, Recorded("crash.pid"));
+  EXPECT_NE(GetCurrentProcessId(), scan);
+  const DWORD code = WaitForExit(scan, 30000);
+  EXPECT_NE(STILL_ACTIVE, code);
+  EXPECT_NE(0u, code);
+  // The caller answers with what the old cache held and makes it valid again, so the broken
+  // filter is not scanned at every start.
+  EXPECT_TRUE(l.Has(kExt));
+  EXPECT_FALSE(l.Has(kCrash));
+  const DWORD created = Recorded("Created");
+  List(KYPLUGIN_LIST_MAPPER);
+  EXPECT_EQ(created, Recorded("Created"));
+}
+
+TEST_F(PlugIn, HangingFilterIsAbandonedAfterTheWait) {
+  auto setTimeout = kytest::Export<DWORD(WINAPI *)(DWORD)>("KyInternal_PlugInSetScanTimeout");
+  ASSERT_NE(nullptr, setTimeout);
+  HANDLE release = CreateEventA(nullptr, TRUE, FALSE, "tellarok_test_release_hang");
+  ASSERT_NE(nullptr, release);
+  ResetEvent(release);
+  RegisterFilter(kHang, "ky_tf_hang.dll", "Test Hang");
+  EXPECT_EQ(240000u, setTimeout(4000));
+  const DWORD start = GetTickCount();
+  List(KYPLUGIN_LIST_MAPPER);
+  const DWORD waited = GetTickCount() - start;
+  setTimeout(0);
+  const DWORD scan = LastScanPid();
+  ASSERT_NE(0u, scan);
+  EXPECT_GE(waited, 3900u);
+  EXPECT_LT(waited, 60000u);
+  EXPECT_EQ(STILL_ACTIVE, WaitForExit(scan, 0)); // abandoned, not killed
+  for (int i = 0; i < 100 && Recorded("hang.pid") == 0; ++i) Sleep(100);
+  EXPECT_EQ(scan, Recorded("hang.pid"));
+  SetEvent(release); // let it finish before the registrations go
+  EXPECT_EQ(0u, WaitForExit(scan, 60000));
+  CloseHandle(release);
+}
