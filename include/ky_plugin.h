@@ -50,7 +50,10 @@ KY_CHECK_OFFSET(KYPLUGINNODE, name, 32);
 /* The list of installed effect plug-ins, sorted by name (case-insensitive) and numbered
  * 0, 1, 2, ... Answers from the registry cache when it is valid; otherwise rebuilds it, in
  * the scan process when `listFlags` has KYPLUGIN_LIST_MAPPER without KYPLUGIN_LIST_INPROCESS
- * (waiting at most four minutes), else in this process, and rewrites the cache. Ignored
+ * and KYPLUGIN_LIST_NOCACHE (waiting at most four minutes), else in this process, and rewrites
+ * the cache. A scan process that crashes or hangs leaves the caller with the entries of the
+ * old cache, which is then rewritten as valid so that the broken filter is not scanned again
+ * until the registrations change. Ignored
  * plug-ins stay in the cache but are never returned. `resourceModule` (may be 0) is the
  * caller's resource module, made the current resource source while a rebuild runs and passed
  * on to the scan process. *outCount (may be null) receives the number of nodes. Returns the

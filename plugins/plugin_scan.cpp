@@ -6,6 +6,8 @@
 #include <strmif.h>
 #include <string.h>
 
+#include <vector>
+
 namespace ky::plugin {
 
 namespace {
@@ -63,6 +65,17 @@ bool PinTakesAudio(HKEY pin) {
   return audio;
 }
 
+// A filter's wide name in the ANSI code page, cut to 63 characters.
+void WideName(const wchar_t *wide, char out[64]) {
+  out[0] = 0;
+  if (!wide) return;
+  const int size = WideCharToMultiByte(CP_ACP, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+  if (size <= 0) return;
+  std::vector<char> all(size);
+  if (WideCharToMultiByte(CP_ACP, 0, wide, -1, all.data(), size, nullptr, nullptr) > 0)
+    lstrcpynA(out, all.data(), 64);
+}
+
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 } // namespace
@@ -101,9 +114,7 @@ void EnumerateMapper(KYPLUGINNODE **head, const KYPLUGINNODE *previous) {
       if (filters->Next(1, &found, &fetched) != S_OK || fetched != 1 || !found) break;
       const GUID clsid = found->Clsid;
       char name[64] = {0};
-      if (found->Name)
-        WideCharToMultiByte(CP_ACP, 0, found->Name, -1, name, sizeof name - 1, nullptr, nullptr);
-      name[63] = 0;
+      WideName(found->Name, name);
       CoTaskMemFree(found);
       if (KYPLUGINNODE *known = Find(*head, clsid)) {
         if (!(known->flags & KYPLUGIN_F_IGNORED)) {

@@ -400,7 +400,8 @@ TEST_F(PlugIn, SortedCaseInsensitivelyAndFound) {
 
 TEST_F(PlugIn, Flag8ScansTheMapperInThisProcess) {
   RegisterFilter(kExt, "ky_tf_ext.dll", "Test Echo");
-  RegisterFilter(kPlain, "ky_tf_plain.dll", "Test Gain");
+  const std::string longName = "Test Gain " + std::string(90, 'g');
+  RegisterFilter(kPlain, "ky_tf_plain.dll", longName.c_str());
   std::string before, after;
   const DWORD scanBefore = LastScanPid(&before);
   HMODULE self = GetModuleHandleA(nullptr);
@@ -412,6 +413,7 @@ TEST_F(PlugIn, Flag8ScansTheMapperInThisProcess) {
   EXPECT_EQ(7u, l.At(kExt).flags);
   EXPECT_EQ(3u, l.At(kPlain).flags);
   EXPECT_STREQ("Test Echo", l.At(kExt).name);
+  EXPECT_EQ(longName.substr(0, 63), l.At(kPlain).name);
   EXPECT_EQ(2u, Recorded("Created"));
   EXPECT_EQ(GetCurrentProcessId(), Recorded("ext.pid"));
   EXPECT_EQ(static_cast<DWORD>(reinterpret_cast<UINT_PTR>(self)), Recorded("ext.resource"));
