@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 #include <string>
+#include <windows.h>
 
 #include "ky_plugin.h"
 
@@ -47,6 +48,35 @@ int Report(const char *what, const std::string &clsid, HRESULT hr) {
   return 1;
 }
 
+// The entries the cache keeps but the editor never sees: ignored by the user or by the
+// built-in deny list of system filters.
+void ShowCacheIgnored() {
+  HKEY cache;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Orvanel\\DXCache", 0, KEY_READ, &cache) != ERROR_SUCCESS) {
+    printf("no plug-in cache\n");
+    return;
+  }
+  DWORD entries = 0, ignored = 0;
+  char key[64];
+  for (DWORD i = 0;; ++i) {
+    DWORD len = sizeof key;
+    if (RegEnumKeyExA(cache, i, key, &len, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+    ++entries;
+    char name[64] = "";
+    DWORD flags = 3, size = sizeof flags;
+    RegGetValueA(cache, key, "Flags", RRF_RT_REG_DWORD, nullptr, &flags, &size);
+    size = sizeof name;
+    RegGetValueA(cache, key, nullptr, RRF_RT_REG_SZ, nullptr, name, &size);
+    if (flags & KYPLUGIN_F_IGNORED) {
+      if (!ignored++) printf("kept in the cache but ignored:\n");
+      printf("       %-40s %s  flags 0x%08lX\n", name, key, (unsigned long)flags);
+    }
+  }
+  RegCloseKey(cache);
+  printf("cache: %lu entr%s, %lu ignored\n", (unsigned long)entries, entries == 1 ? "y" : "ies",
+         (unsigned long)ignored);
+}
+
 int List(DWORD flags) {
   DWORD count = 0;
   KYPLUGINNODE *head = KyPlugIn_CreateList(&count, flags, nullptr);
@@ -56,6 +86,7 @@ int List(DWORD flags) {
            ClsidText(n->clsid).c_str(), (unsigned long)n->flags,
            (n->flags & KYPLUGIN_F_EXTENSION) ? "  [extension interface]" : "");
   KyPlugIn_FreeList(head);
+  ShowCacheIgnored();
   return 0;
 }
 
