@@ -35,7 +35,9 @@ KY_BEGIN_DECLS
 typedef struct KYPLUGINNODE {
   struct KYPLUGINNODE *next; /* next node, null at the end */
   DWORD type;                /* KYPLUGIN_TYPE_DXFILTER */
-  DWORD index;               /* position in the sorted list, 0-based */
+  DWORD index;               /* position in the sorted list, 0-based; ignored entries are
+                                numbered too before they leave the list, so a returned list
+                                may skip numbers (deliberate: the numbers match the cache) */
   DWORD flags;               /* KYPLUGIN_F_* */
   GUID clsid;                /* the filter's class id: the key by which nodes are found */
   char name[64];             /* display name, NUL-terminated, at most 63 characters */
