@@ -37,7 +37,7 @@ typedef struct KYPLUGINNODE {
   DWORD type;                /* KYPLUGIN_TYPE_DXFILTER */
   DWORD index;               /* position in the sorted list, 0-based; ignored entries are
                                 numbered too before they leave the list, so a returned list
-                                may skip numbers (deliberate: the numbers match the cache) */
+                                may skip numbers (deliberate: the full sorted list is numbered) */
   DWORD flags;               /* KYPLUGIN_F_* */
   GUID clsid;                /* the filter's class id: the key by which nodes are found */
   char name[64];             /* display name, NUL-terminated, at most 63 characters */
