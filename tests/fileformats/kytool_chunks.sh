@@ -30,6 +30,8 @@ for f in "$data"/damaged/*; do
   [ "$rc" = 1 ]; check "$(basename "$f"): exit 1" $?
   check "$(basename "$f"): status reported" "$(has '! .*0x8004E0(08|80|81|82|83)')"
 done
+run "$data/damaged/not_riff.bin"
+check "status text of the error handler" "$(has '0x8004E080: .*A necessary RIFF header is missing\.$')"
 run "$data/no such file.wav"
 [ "$rc" = 1 ]; check "missing file: exit 1" $?
 

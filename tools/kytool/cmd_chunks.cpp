@@ -7,20 +7,17 @@
 #include <string.h>
 #include <string>
 
+#include "ky_error.h"
 #include "ky_riff64.h"
 
 namespace {
 
 constexpr int kMaxDepth = 32; // deeper lists are listed but not opened
 
-typedef const char *(WINAPI *StatusTextFn)(HRESULT);
-
-// The error handler's text of a status, found at run time so that the tool works with any
-// build of the library; leading blank lines of the message are dropped.
+// The status code and the error handler's text for it, without the message's leading blank
+// lines.
 std::string StatusText(HRESULT hr) {
-  static StatusTextFn fn = reinterpret_cast<StatusTextFn>(reinterpret_cast<void *>(
-      GetProcAddress(GetModuleHandleA("tellarok.dll"), "KyErrorHandler_GetHresultString")));
-  const char *t = fn ? fn(hr) : nullptr;
+  const char *t = KyErrorHandler_GetHresultString(hr);
   char code[16];
   snprintf(code, sizeof code, "0x%08lX", static_cast<unsigned long>(hr));
   if (!t) return code;
