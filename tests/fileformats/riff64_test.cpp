@@ -124,10 +124,6 @@ TEST(Riff64Read, HeadersSizesAndPositions) {
   EXPECT_EQ(S_OK, riff64_RestoreLocation(f.h(), 64));
   EXPECT_EQ(8u, riff64_SkipChunk(f.h(), 5));
   EXPECT_EQ(72u, f.Pos());
-  RIFFDATA d = {40, &d}; // the second chunk says 64 bytes but the file ends
-  f.Seek(96);
-  EXPECT_EQ(KYERR_FILE_READ, riff64_ReadDataAlloc(f.h(), &d));
-  EXPECT_EQ(nullptr, d.data);
   TempFile riff32(Builder().Tag("RIFF").U32(100).Tag("WAVE").Fill(40).b);
   EXPECT_EQ(KYERR_RIFF_MISSING, riff64_ReadFileID(riff32.h(), &size, &type));
 }

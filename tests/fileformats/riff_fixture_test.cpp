@@ -154,29 +154,6 @@ TEST(RiffDamaged, StatusesOfDamagedFiles) {
   CloseHandle(h);
 }
 
-// 200 LISTs inside each other: each level is found with a bounded search inside the last.
-TEST(RiffDamaged, DeeplyNestedLists) {
-  HANDLE h = OpenData("damaged/deep_lists.wav");
-  DWORD size = 0, inner = 0;
-  ASSERT_EQ(S_OK, riff_FindListChunkFromStart(h, Four("nest"), &size));
-  int levels = 1;
-  for (DWORD pos = 0;; ++levels) {
-    riff_SaveLocation(h, &pos);
-    LONG rem = LONG(size);
-    if (riff_FindListChunk(h, Four("nest"), &inner, &rem) != S_OK) {
-      riff_RestoreLocation(h, pos); // inside the innermost list
-      break;
-    }
-    ASSERT_EQ(size - 12, inner);
-    size = inner;
-  }
-  EXPECT_EQ(200, levels);
-  LONG rem = LONG(size);
-  EXPECT_EQ(S_OK, riff_FindChunkHeader(h, Four("note"), &size, &rem));
-  EXPECT_EQ(4u, size);
-  CloseHandle(h);
-}
-
 // Every damaged file, searched without a bound for an identifier it does not hold, and
 // counted to its end: both end with a status of the family, never a hang or a crash.
 TEST(RiffDamaged, UnboundedScansEndWithAStatus) {

@@ -253,8 +253,6 @@ TEST(RiffArguments, BadHandlesAndNullPointers) {
   DWORD v = 0;
   EXPECT_EQ(E_POINTER, riff_ReadChunkHeader(f.h(), nullptr, &v));
   EXPECT_EQ(E_POINTER, riff_ReadData(f.h(), nullptr, 4));
-  EXPECT_EQ(E_POINTER, riff_GetNumListEntries(f.h(), nullptr, nullptr));
-  EXPECT_EQ(E_POINTER, riff_WriteChunk(f.h(), Four("data"), nullptr, 4, nullptr));
   EXPECT_EQ(E_POINTER, riff_WriteANSIString(f.h(), "a", nullptr));
   EXPECT_EQ(0u, f.Pos());
 }
