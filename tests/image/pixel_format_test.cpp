@@ -181,7 +181,7 @@ TEST(PixelTypes, ClassifiesPlatformHeaders) {
       << *reinterpret_cast<DWORD *>(mem + 40) << " " << *reinterpret_cast<DWORD *>(mem + 44);
   bi->bmiHeader.biBitCount = 24;
   bi->bmiHeader.biCompression = BI_RGB;
-  std::vector<BYTE> px(12 * 3);
+  std::vector<BYTE> px(24 * 3);  // 7 pixels of 3 bytes, rows padded to 24
   ASSERT_EQ(GetDIBits(screen, ddb, 0, 3, px.data(), bi, DIB_RGB_COLORS), 3);
   EXPECT_EQ(KyGetPixelType(&bi->bmiHeader), KYPT_RGB24);
   DeleteObject(ddb);
