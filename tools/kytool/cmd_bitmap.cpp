@@ -111,6 +111,11 @@ int Info(const std::string &path) {
          h->biClrUsed == 0 && h->biBitCount <= 8 && h->biCompression == BI_RGB
              ? " (table of 2^bits implied; the prepared records see no palette)" : "");
   const DWORD offset = RuleOffset(h);
+  const LONGLONG imageEnd = LONGLONG(bmp.file.bfOffBits) +
+                            LONGLONG(Stride(h)) * (h->biHeight < 0 ? -LONGLONG(h->biHeight) : h->biHeight);
+  const LONGLONG fileSize = LONGLONG(bmp.rest.size()) - 64 + LONGLONG(sizeof(BITMAPFILEHEADER));
+  if (!KyVideo_IsCompressed(h) && imageEnd > fileSize)
+    printf("warning:      the file ends %lld bytes before the end of its pixels\n", imageEnd - fileSize);
   printf("pixels:       %lu bytes after the header's start (file offset %lu; the file says %lu)\n",
          (unsigned long)offset, (unsigned long)(offset + sizeof(BITMAPFILEHEADER)),
          (unsigned long)bmp.file.bfOffBits);
@@ -162,16 +167,25 @@ int Convert(LONG dstType, const std::string &in, const std::string &out) {
   // Rows are converted in memory order; a top-down source is described bottom-up and its
   // rows are taken in reverse.
   const bool topDown = sh->biHeight < 0;
-  const LONG height = topDown ? -sh->biHeight : sh->biHeight;
-  const LONG srcStride = Stride(sh);
-  const size_t fileOffset = src.file.bfOffBits;
-  if (fileOffset < sizeof(BITMAPFILEHEADER) ||
-      fileOffset - sizeof(BITMAPFILEHEADER) + size_t(srcStride) * height > src.rest.size() - 64) {
+  const LONGLONG height = topDown ? -LONGLONG(sh->biHeight) : sh->biHeight;
+  const LONGLONG stride = ((LONGLONG(sh->biBitCount) * sh->biWidth + 31) & ~31LL) / 8;
+  const LONGLONG fileOffset = src.file.bfOffBits;
+  const LONGLONG available = LONGLONG(src.rest.size()) - 64;  // without the mask padding
+  const LONGLONG tableEnd = sh->biSize + (sh->biBitCount <= 8 ? 4LL << sh->biBitCount : 0);
+  if (sh->biWidth <= 0 || height <= 0 || sh->biWidth > 1000000 || height > 1000000) {
+    fprintf(stderr, "kytool: %s: unsupported size %ldx%ld\n", in.c_str(), (long)sh->biWidth,
+            (long)sh->biHeight);
+    return 1;
+  }
+  if (fileOffset < LONGLONG(sizeof(BITMAPFILEHEADER)) ||
+      fileOffset - LONGLONG(sizeof(BITMAPFILEHEADER)) + stride * height > available ||
+      (sh->biBitCount <= 8 && tableEnd > available)) {
     fprintf(stderr, "kytool: %s: the pixels run past the end of the file\n", in.c_str());
     return 1;
   }
+  const LONG srcStride = LONG(stride);
   BYTE *srcPixels = src.rest.data() + (fileOffset - sizeof(BITMAPFILEHEADER));
-  sh->biHeight = height;
+  sh->biHeight = LONG(height);
 
   std::vector<RGBQUAD> pal;
   if (dstType == KYPT_RGB1 || dstType == KYPT_RGB4 || dstType == KYPT_RGB8) pal = DestinationPalette(dstType, src);
