@@ -237,10 +237,8 @@ HRESULT KYAPI riff_WriteFileID(HANDLE hFile, DWORD formType, DWORD size) {
 }
 
 HRESULT KYAPI riff_FindChunkHeader(HANDLE hFile, DWORD id, DWORD *size, LONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindChunk(hFile, id, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = Saturate32(count); // unchanged after a read error
-  return hr;
+  // The count comes back unchanged after a read error.
+  return WithCount(remaining, [&](LONGLONG *count) { return FindChunk(hFile, id, size, count); });
 }
 
 HRESULT KYAPI riff_FindChunkHeaderInRIFF(HANDLE hFile, DWORD id, DWORD *size, LONG *remaining) {
@@ -253,10 +251,7 @@ HRESULT KYAPI riff_FindChunkHeaderInRIFF(HANDLE hFile, DWORD id, DWORD *size, LO
 }
 
 HRESULT KYAPI riff_FindListChunk(HANDLE hFile, DWORD listType, DWORD *size, LONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindList(hFile, listType, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = Saturate32(count);
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *count) { return FindList(hFile, listType, size, count); });
 }
 
 HRESULT KYAPI riff_FindListChunkFromStart(HANDLE hFile, DWORD listType, DWORD *size) {
@@ -268,17 +263,11 @@ HRESULT KYAPI riff_FindListChunkFromStart(HANDLE hFile, DWORD listType, DWORD *s
 
 HRESULT KYAPI riff_GetNumListEntries(HANDLE hFile, DWORD *count, LONG *remaining) {
   if (!count) return E_POINTER;
-  LONGLONG left = remaining ? *remaining : 0;
-  HRESULT hr = CountEntries<Entries>(hFile, count, remaining ? &left : nullptr);
-  if (remaining) *remaining = Saturate32(left);
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *left) { return CountEntries<Entries>(hFile, count, left); });
 }
 
 HRESULT KYAPI riff_SeekListEntry(HANDLE hFile, DWORD index, LONG *remaining) {
-  LONGLONG left = remaining ? *remaining : 0;
-  HRESULT hr = SeekEntry<Entries>(hFile, index, remaining ? &left : nullptr);
-  if (remaining) *remaining = Saturate32(left);
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *left) { return SeekEntry<Entries>(hFile, index, left); });
 }
 
 HRESULT KYAPI riff_DeleteChunk(HANDLE hFile, DWORD id, DWORD *removed, BOOL isList) {

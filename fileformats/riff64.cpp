@@ -318,10 +318,7 @@ HRESULT KYAPI riff64_SeekDataStart(HANDLE hFile) {
 }
 
 HRESULT KYAPI riff64_FindChunkHeader(HANDLE hFile, GUID id, ULONGLONG *size, LONGLONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindChunk(hFile, id, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = count; // unchanged after a read error
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *count) { return FindChunk(hFile, id, size, count); });
 }
 
 HRESULT KYAPI riff64_FindChunkHeaderInRIFF(HANDLE hFile, GUID id, ULONGLONG *size,
@@ -336,10 +333,7 @@ HRESULT KYAPI riff64_FindChunkHeaderInRIFF(HANDLE hFile, GUID id, ULONGLONG *siz
 
 HRESULT KYAPI riff64_FindListChunk(HANDLE hFile, GUID listType, ULONGLONG *size,
                                    LONGLONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindList(hFile, listType, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = count;
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *count) { return FindList(hFile, listType, size, count); });
 }
 
 HRESULT KYAPI riff64_FindListChunkFromStart(HANDLE hFile, GUID listType, ULONGLONG *size) {

@@ -73,6 +73,16 @@ inline LONG Saturate32(LONGLONG v) {
   return v < LONG_MIN ? LONG_MIN : v > LONG_MAX ? LONG_MAX : static_cast<LONG>(v);
 }
 
+// Runs search(count) on a 64-bit copy of the caller's optional remaining count (null when
+// there is none) and stores the result back, saturated to the caller's type.
+template <class Count, class Search>
+HRESULT WithCount(Count *remaining, Search search) {
+  LONGLONG count = remaining ? *remaining : 0;
+  HRESULT hr = search(remaining ? &count : nullptr);
+  if (remaining) *remaining = sizeof(Count) == 4 ? Saturate32(count) : static_cast<Count>(count);
+  return hr;
+}
+
 // riff_ReadDataAlloc and its 64-bit twin: a moveable, zero-initialised, locked block of
 // data->size bytes filled by read(h, buffer, size); freed again if the read fails.
 template <class Read>
