@@ -159,12 +159,8 @@ struct Walk {
   }
 };
 
-int Chunks(const kytool::Args &args) {
-  if (args.size() != 1) {
-    fprintf(stderr, "usage: kytool chunks FILE\n");
-    return 2;
-  }
-  const std::string &path = args[0];
+// One file's tree; 0 when it is sound, 1 when it is damaged or cannot be opened.
+int ChunksOf(const std::string &path) {
   HANDLE h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                          FILE_ATTRIBUTE_NORMAL, nullptr);
   if (h == INVALID_HANDLE_VALUE) {
@@ -203,6 +199,19 @@ int Chunks(const kytool::Args &args) {
   return w.damaged ? 1 : 0;
 }
 
+int Chunks(const kytool::Args &args) {
+  if (args.empty()) {
+    fprintf(stderr, "usage: kytool chunks FILE...\n");
+    return 2;
+  }
+  int rc = 0;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (i) printf("\n");
+    rc |= ChunksOf(args[i]);
+  }
+  return rc;
+}
+
 int ChunksDemo(const kytool::Args &) {
   int rc = Chunks({kytool::SamplePath("markers.wav")});
   printf("\n");
@@ -215,5 +224,5 @@ int ChunksDemo(const kytool::Args &) {
 
 } // namespace
 
-KYTOOL_COMMAND("chunks", "FILE", "print the chunk tree of a RIFF or 64-bit RIFF file", Chunks,
+KYTOOL_COMMAND("chunks", "FILE...", "print the chunk tree of RIFF and 64-bit RIFF files", Chunks,
                ChunksDemo, 50);
