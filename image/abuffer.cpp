@@ -1,0 +1,497 @@
+// A_Buffer: the frame, the per-row region lists, scan conversion into regions and the
+// resolve that blends every row into the destination.
+#include <math.h>
+#include <string.h>
+
+#include "abuffer_internal.h"
+
+using namespace ky::ab;
+
+namespace ky::ab {
+
+namespace {
+
+constexpr DWORD kKYDB = 'K' | ('Y' << 8) | ('D' << 16) | ('B' << 24);
+
+void *AllocLocked(SIZE_T bytes) {
+  HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, bytes);
+  if (!h) return nullptr;
+  void *p = GlobalLock(h);
+  if (!p) GlobalFree(h);
+  return p;
+}
+
+void FreeLocked(void *p) {
+  if (!p) return;
+  HGLOBAL h = GlobalHandle(p);
+  if (!h) return;
+  GlobalUnlock(h);
+  GlobalFree(h);
+}
+
+// Layout of the work block allocated by PreAllocateListItems.
+constexpr SIZE_T kBitCountBytes = 65536;
+constexpr SIZE_T kRingBytes = sizeof(tACTIVEREGIONLIST) * KY_ABUFFER_RING_SIZE;
+constexpr SIZE_T kPolyBytes = sizeof(PolyRec) * kPolyCapacity;
+constexpr SIZE_T kTexBytes = sizeof(TexInfo) * KY_ABUFFER_MAX_TEXTURES;
+
+inline TexInfo *Textures(void *work) {
+  return reinterpret_cast<TexInfo *>(static_cast<BYTE *>(work) + kBitCountBytes + kRingBytes +
+                                     kPolyBytes);
+}
+
+inline LONG Clamp255(LONG v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+
+inline float ClampUnit(float s) {
+  if (!(s > 0.0f)) return 0.0f;  // also NaN
+  return s > 1.0f ? 1.0f : s;
+}
+
+// Pixel callback of flat regions: the polygon's colour.
+void KYAPI FlatPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *) {
+  *pixel = entry->step.color;
+}
+
+// Pixel callback of textured regions: bilinear sample at the perspective-correct u, v of
+// the pixel centre (clamped to the texture's edges), times the interpolated shade.
+void KYAPI TexturedPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *) {
+  const SCANLINESTEP &st = entry->step;
+  const PolyRec *p = static_cast<const PolyRec *>(st.poly);
+  const TexInfo &t = *p->tex;
+  float q = st.cur[0];
+  if (!(q > 1e-12f)) q = 1e-12f;
+  const float inv = 1.0f / q;
+  float fx = st.cur[1] * inv * t.width - 0.5f;
+  float fy = st.cur[2] * inv * t.height - 0.5f;
+  const float shade = ClampUnit(st.cur[3] * inv);
+  const float maxX = static_cast<float>(t.width - 1), maxY = static_cast<float>(t.height - 1);
+  if (!(fx > 0.0f)) fx = 0.0f;
+  if (fx > maxX) fx = maxX;
+  if (!(fy > 0.0f)) fy = 0.0f;
+  if (fy > maxY) fy = maxY;
+  const LONG ix = static_cast<LONG>(fx), iy = static_cast<LONG>(fy);
+  const LONG wx = static_cast<LONG>((fx - ix) * 256.0f), wy = static_cast<LONG>((fy - iy) * 256.0f);
+  const LONG ix1 = ix + 1 < t.width ? ix + 1 : ix;
+  const BYTE *r0 = t.top + static_cast<LONG_PTR>(iy) * t.rowStep;
+  const BYTE *r1 = iy + 1 < t.height ? r0 + t.rowStep : r0;
+  const DWORD a = ReadTexel(t, r0, ix), b = ReadTexel(t, r0, ix1);
+  const DWORD c = ReadTexel(t, r1, ix), d = ReadTexel(t, r1, ix1);
+  const LONG s = static_cast<LONG>(shade * 256.0f + 0.5f);
+  BYTE out[4];
+  for (int k = 0; k < 4; ++k) {
+    const int sh = 8 * k;
+    const LONG top = ((a >> sh) & 255) * (256 - wx) + ((b >> sh) & 255) * wx;
+    const LONG bot = ((c >> sh) & 255) * (256 - wx) + ((d >> sh) & 255) * wx;
+    LONG v = (top * (256 - wy) + bot * wy + 32768) >> 16;
+    if (k < 3) v = (v * s + 128) >> 8;
+    out[k] = static_cast<BYTE>(Clamp255(v));
+  }
+  pixel->blue = out[0];
+  pixel->green = out[1];
+  pixel->red = out[2];
+  pixel->alpha = out[3];
+}
+
+// Fits value = a * (x - ox) + b * (y - oy) + c through the vertices i, j, k (pixels).
+void FitPlane(const double *xs, const double *ys, const double *f, int i, int j, int k,
+              double ox, double oy, double *plane) {
+  const double x1 = xs[j] - xs[i], y1 = ys[j] - ys[i];
+  const double x2 = xs[k] - xs[i], y2 = ys[k] - ys[i];
+  const double det = x1 * y2 - x2 * y1;
+  double a = 0.0, b = 0.0;
+  if (fabs(det) > 1e-9) {
+    const double f1 = f[j] - f[i], f2 = f[k] - f[i];
+    a = (f1 * y2 - f2 * y1) / det;
+    b = (f2 * x1 - f1 * x2) / det;
+  }
+  plane[0] = a;
+  plane[1] = b;
+  plane[2] = f[i] + a * (ox - xs[i]) + b * (oy - ys[i]);
+}
+
+}  // namespace
+
+LONG ClassifyHeader(const BITMAPINFOHEADER &h) {
+  if (h.biCompression == kKYDB) return h.biBitCount == 32 ? 29 : 0;
+  if (h.biCompression == BI_RGB) {
+    if (h.biBitCount == 32) return 28;
+    if (h.biBitCount == 24) return 27;
+  }
+  return 0;
+}
+
+}  // namespace ky::ab
+
+// ---- construction ----
+
+A_Buffer::A_Buffer() { memset(static_cast<void *>(this), 0, sizeof(*this)); }
+
+// Deliberately leaves the pool alone: Cleanup frees it.
+A_Buffer::~A_Buffer() {}
+
+A_Buffer &A_Buffer::operator=(const A_Buffer &other) {
+  if (this != &other) memcpy(static_cast<void *>(this), &other, sizeof(*this));
+  return *this;
+}
+
+BOOL A_Buffer::Init() {
+  if (!m_pool && !PreAllocateListItems()) return 0;
+  BuildSubPixelMaskTable();
+  for (int i = 0; i < KY_ABUFFER_MAX_ROWS; ++i) m_rows[i] = nullptr;
+  return 1;
+}
+
+void A_Buffer::Cleanup() {
+  FreeListItems();
+  m_inFrame = 0;
+}
+
+// Bit counts of every 16-bit value and the coverage weights: entry i is the integer part of
+// sqrt(i / 1024) * 1024, so partial coverage is brightened; the size stored right after the
+// table serves as the weight of full coverage.
+void A_Buffer::BuildSubPixelMaskTable() {
+  if (m_bitCount) {
+    m_bitCount[0] = 0;
+    for (int i = 1; i < 65536; ++i) m_bitCount[i] = static_cast<BYTE>(m_bitCount[i >> 1] + (i & 1));
+  }
+  for (int i = 0; i < 1024; ++i) m_weight[i] = static_cast<LONG>(pow(i * 0.0009765625, 0.5) * 1024.0);
+  m_weightSize = 1024;
+}
+
+BOOL A_Buffer::PreAllocateListItems() {
+  if (m_pool) return 1;
+  m_pool = static_cast<tKYABREGION *>(AllocLocked(sizeof(tKYABREGION) * KY_ABUFFER_POOL_SIZE));
+  if (!m_pool) return 0;
+  m_work = AllocLocked(kBitCountBytes + kRingBytes + kPolyBytes + kTexBytes);
+  if (!m_work) {
+    FreeLocked(m_pool);
+    m_pool = nullptr;
+    return 0;
+  }
+  m_poolCapacity = KY_ABUFFER_POOL_SIZE;
+  m_poolUsed = 0;
+  m_bitCount = static_cast<BYTE *>(m_work);
+  m_ring = reinterpret_cast<tACTIVEREGIONLIST *>(static_cast<BYTE *>(m_work) + kBitCountBytes);
+  m_polys = static_cast<BYTE *>(m_work) + kBitCountBytes + kRingBytes;
+  m_polyCapacity = kPolyCapacity;
+  return 1;
+}
+
+void A_Buffer::FreeListItems() {
+  FreeLocked(m_pool);
+  FreeLocked(m_work);
+  m_pool = nullptr;
+  m_work = nullptr;
+  m_bitCount = nullptr;
+  m_ring = nullptr;
+  m_polys = nullptr;
+  m_poolCapacity = m_poolUsed = 0;
+  m_polyCapacity = m_polyUsed = 0;
+  for (int i = 0; i < KY_ABUFFER_MAX_ROWS; ++i) m_rows[i] = nullptr;
+}
+
+// Hands out the next record of the pool. When the pool is exhausted it starts again at
+// record 0 within the same frame: older regions are given up (deliberately; a frame that
+// needs more than 4000 regions loses its first ones). A reused record is first taken out of
+// the row list that holds it, so the lists stay well formed.
+tKYABREGION *A_Buffer::GetIntersectStructure() {
+  if (!m_pool || m_poolCapacity <= 0) return nullptr;
+  if (m_poolUsed >= m_poolCapacity) {
+    m_poolUsed = 0;
+    m_poolWrapped = 1;
+  }
+  tKYABREGION *r = &m_pool[m_poolUsed++];
+  if (m_poolWrapped) {
+    const LONG row = r->isect.m_row;
+    if (row >= 0 && row < KY_ABUFFER_MAX_ROWS) {
+      for (tKYABREGION **link = &m_rows[row]; *link; link = &(*link)->next) {
+        if (*link == r) {
+          *link = r->next;
+          break;
+        }
+      }
+    }
+  }
+  r->next = nullptr;
+  r->finished = 0;
+  r->isect.m_row = -1;
+  return r;
+}
+
+// Clips a region's x limits to the destination; 0 when nothing of it is inside.
+BOOL A_Buffer::ClipIntersect(LONG *xMin, LONG *xMax) {
+  const LONG right = m_width * kOne;
+  if (*xMin < 0) *xMin = 0;
+  if (*xMax > right) *xMax = right;
+  return *xMin < *xMax;
+}
+
+// Puts the record into `row`'s list in order of start x (after records with the same start,
+// so earlier polygons come first and hide later ones inside a pixel).
+BOOL A_Buffer::InsertIntersect(tKYABREGION *region, LONG row, KYABPIXELPROC proc, LONG xMin,
+                               LONG xMax) {
+  if (!region || row < 0 || row >= KY_ABUFFER_MAX_ROWS || row >= m_height) return 0;
+  region->isect.m_proc = proc;
+  region->isect.m_xMin = xMin;
+  region->isect.m_xMax = xMax;
+  region->isect.m_width = m_width;
+  region->isect.m_row = row;
+  region->startX = xMin;
+  region->finished = 0;
+  tKYABREGION **link = &m_rows[row];
+  while (*link && (*link)->startX <= xMin) link = &(*link)->next;
+  region->next = *link;
+  *link = region;
+  return 1;
+}
+
+BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
+  m_inFrame = 0;
+  if (!param || !m_pool) return 0;
+  memcpy(&m_param, param, sizeof(m_param));
+  const LONG count = m_param.textureCount;
+  if (count < 0 || count > KY_ABUFFER_MAX_TEXTURES) return 0;
+  // Every texture of a multi-texture frame must share the first one's pixel type.
+  LONG texType = 0;
+  for (LONG i = 0; i < count; ++i) {
+    const LONG t = ClassifyHeader(m_param.textures[i].header);
+    if (i == 0) texType = t;
+    else if (t != texType) return 0;
+  }
+  const BITMAPINFOHEADER &h = m_param.dstHeader;
+  const LONG dstType = ClassifyHeader(h);
+  if (!SupportedType(dstType) || h.biWidth <= 0 || h.biHeight == 0 || !m_param.dstPixels) return 0;
+  if (count > 0 && !SupportedType(texType)) return 0;
+  const LONG height = h.biHeight < 0 ? -h.biHeight : h.biHeight;
+  LONG stride = m_param.dstStride;
+  if (stride <= 0) stride = ((h.biBitCount * h.biWidth + 31) & ~31) / 8;
+  m_dstType = dstType;
+  m_texType = texType;
+  m_width = h.biWidth;
+  m_height = height > KY_ABUFFER_MAX_ROWS ? KY_ABUFFER_MAX_ROWS : height;
+  BYTE *pixels = static_cast<BYTE *>(m_param.dstPixels);
+  if (h.biHeight > 0) {
+    m_dstTopRow = pixels + static_cast<LONG_PTR>(height - 1) * stride;
+    m_dstRowStep = -stride;
+  } else {
+    m_dstTopRow = pixels;
+    m_dstRowStep = stride;
+  }
+  TexInfo *tex = Textures(m_work);
+  for (LONG i = 0; i < count; ++i) {
+    const tKYABUFFERTEXTURE &src = m_param.textures[i];
+    TexInfo &t = tex[i];
+    const LONG th = src.header.biHeight < 0 ? -src.header.biHeight : src.header.biHeight;
+    LONG ts = src.stride;
+    if (ts <= 0) ts = ((src.header.biBitCount * src.header.biWidth + 31) & ~31) / 8;
+    t.width = src.header.biWidth;
+    t.height = th;
+    t.type = texType;
+    t.colors = src.colors;
+    const BYTE *tp = static_cast<const BYTE *>(src.pixels);
+    // A header copy has nothing behind it: a texture without pixels cannot be drawn.
+    if (!tp || t.width <= 0 || th <= 0) t.width = t.height = 0;
+    if (src.header.biHeight > 0) {
+      t.top = tp + static_cast<LONG_PTR>(th - 1) * ts;
+      t.rowStep = -ts;
+    } else {
+      t.top = tp;
+      t.rowStep = ts;
+    }
+  }
+  float op = m_param.opacity;
+  if (!(op > 0.0f)) op = 0.0f;
+  if (op > 1.0f) op = 1.0f;
+  m_opacity65535 = static_cast<LONG>(op * 65535.0f + 0.5f);
+  m_opacity255 = static_cast<LONG>(op * 255.0f + 0.5f);
+  m_opacity16384 = static_cast<LONG>(op * 16384.0f + 0.5f);
+  m_poolUsed = 0;
+  m_poolWrapped = 0;
+  m_polyUsed = 0;
+  m_ringCount = 0;
+  for (int i = 0; i < KY_ABUFFER_RING_SIZE; ++i) m_ring[i].inUse = 0;
+  for (int i = 0; i < KY_ABUFFER_MAX_ROWS; ++i) m_rows[i] = nullptr;
+  m_inFrame = 1;
+  return 1;
+}
+
+BOOL A_Buffer::DrawTriangle(KY3DTRIANGLE *tri) {
+  if (!tri) return 0;
+  KY3DPOLY p;
+  memset(&p, 0, sizeof(p));
+  p.count = 3;
+  for (int i = 0; i < 3; ++i) p.v[i] = tri->v[i];
+  p.state = tri->state;
+  p.color = tri->color;
+  p.texture = tri->texture;
+  return DrawComplexPoly(&p, 0.0, 0.0);
+}
+
+BOOL A_Buffer::DrawPoly(KY3DPOLY *poly, double dx, double dy) { return DrawComplexPoly(poly, dx, dy); }
+
+// Converts a polygon (moved by dx, dy pixels) into one region per destination row that it
+// touches. Returns 0 without drawing for: no frame, a count outside 3..16, an unknown render
+// state, a texture index outside the frame's textures, a position that is not finite or
+// lies beyond 65536 pixels, a textured vertex whose rhw is not positive, or a full polygon
+// store (4000 polygons per frame).
+BOOL A_Buffer::DrawComplexPoly(KY3DPOLY *poly, double dx, double dy) {
+  if (!m_inFrame || !poly) return 0;
+  const LONG n = poly->count;
+  if (n < 3 || n > KY3D_MAX_POLY_VERTICES) return 0;
+  const LONG state = poly->state;
+  if (state != KY3DRS_FLAT && state != KY3DRS_TEXTURED) return 0;
+  if (state == KY3DRS_TEXTURED && (poly->texture < 0 || poly->texture >= m_param.textureCount))
+    return 0;
+  if (m_polyUsed >= m_polyCapacity) return 0;
+  double xs[KY3D_MAX_POLY_VERTICES], ys[KY3D_MAX_POLY_VERTICES];
+  PolyRec &p = static_cast<PolyRec *>(m_polys)[m_polyUsed];
+  LONG minX = 0x7FFFFFFF, maxX = -0x7FFFFFFF, minY = 0x7FFFFFFF, maxY = -0x7FFFFFFF;
+  for (LONG i = 0; i < n; ++i) {
+    xs[i] = poly->v[i].x + dx;
+    ys[i] = poly->v[i].y + dy;
+    if (!(fabs(xs[i]) <= 65536.0) || !(fabs(ys[i]) <= 65536.0)) return 0;
+    if (state == KY3DRS_TEXTURED && !(poly->v[i].rhw > 0.0f && poly->v[i].rhw < 1e30f)) return 0;
+    p.x[i] = static_cast<LONG>(floor(xs[i] * kOne + 0.5));
+    p.y[i] = static_cast<LONG>(floor(ys[i] * kOne + 0.5));
+    if (p.x[i] < minX) minX = p.x[i];
+    if (p.x[i] > maxX) maxX = p.x[i];
+    if (p.y[i] < minY) minY = p.y[i];
+    if (p.y[i] > maxY) maxY = p.y[i];
+  }
+  p.count = n;
+  p.state = state;
+  const float shade = ClampUnit(poly->v[0].shade);
+  p.color.blue = static_cast<BYTE>(poly->color.blue * shade + 0.5f);
+  p.color.green = static_cast<BYTE>(poly->color.green * shade + 0.5f);
+  p.color.red = static_cast<BYTE>(poly->color.red * shade + 0.5f);
+  p.color.alpha = poly->color.alpha;
+  p.tex = nullptr;
+  if (state == KY3DRS_TEXTURED) {
+    p.tex = &Textures(m_work)[poly->texture];
+    if (p.tex->width <= 0 || p.tex->height <= 0) return 0;
+    // The planes come from the fan triangle of largest area (the most stable fit).
+    int bi = 1;
+    double best = -1.0;
+    for (int i = 1; i + 1 < n; ++i) {
+      const double a = fabs((xs[i] - xs[0]) * (ys[i + 1] - ys[0]) - (xs[i + 1] - xs[0]) * (ys[i] - ys[0]));
+      if (a > best) {
+        best = a;
+        bi = i;
+      }
+    }
+    p.ox = xs[0];
+    p.oy = ys[0];
+    double f[4][KY3D_MAX_POLY_VERTICES];
+    for (LONG i = 0; i < n; ++i) {
+      const double q = poly->v[i].rhw;
+      f[0][i] = q;
+      f[1][i] = poly->v[i].u * q;
+      f[2][i] = poly->v[i].v * q;
+      f[3][i] = ClampUnit(poly->v[i].shade) * q;
+    }
+    for (int k = 0; k < 4; ++k) FitPlane(xs, ys, f[k], 0, bi, bi + 1, p.ox, p.oy, p.plane[k]);
+  }
+  if (maxX <= 0 || minX >= m_width * kOne || maxY <= 0 || minY >= m_height * kOne) return 1;
+  ++m_polyUsed;
+  LONG rowFirst = minY >= 0 ? minY / kOne : 0;
+  LONG rowLast = (maxY - 1) / kOne;
+  if (rowLast >= m_height) rowLast = m_height - 1;
+  const KYABPIXELPROC proc = state == KY3DRS_TEXTURED ? TexturedPixel : FlatPixel;
+  tSCANEDGE seg[KY_SCANSTEP_MAX_SEGMENTS];
+  for (LONG row = rowFirst; row <= rowLast; ++row) {
+    const int ns = ClipEdgesToRow(p, row, seg);
+    if (ns == 0) continue;
+    LONG lo = 0x7FFFFFFF, hi = -0x7FFFFFFF;
+    for (int i = 0; i < ns; ++i) {
+      const LONG a = seg[i].x0 < seg[i].x1 ? seg[i].x0 : seg[i].x1;
+      const LONG b = seg[i].x0 < seg[i].x1 ? seg[i].x1 : seg[i].x0;
+      if (a < lo) lo = a;
+      if (b > hi) hi = b;
+    }
+    if (!ClipIntersect(&lo, &hi)) continue;
+    tKYABREGION *r = GetIntersectStructure();
+    if (!r) return 0;
+    r->isect.m_poly = &p;
+    r->isect.m_state = state;
+    InsertIntersect(r, row, proc, lo, hi);
+  }
+  return 1;
+}
+
+// Convex (1) or turning both ways (4), judged as a quadrilateral: the previous vertex of
+// vertex 0 is vertex 3 and the next vertex wraps modulo 4 whatever the count (the shape the
+// transitions use; kept on purpose).
+LONG A_Buffer::ClassifyPoly(KY3DPOLY *poly) {
+  if (!poly) return 1;
+  LONG n = poly->count;
+  if (n < 1) return 1;
+  if (n > KY3D_MAX_POLY_VERTICES) n = KY3D_MAX_POLY_VERTICES;
+  int pos = 0, neg = 0;
+  for (LONG i = 0; i < n; ++i) {
+    const KY3DVERTEX &v = poly->v[i];
+    const KY3DVERTEX &prev = poly->v[i == 0 ? 3 : i - 1];
+    const KY3DVERTEX &next = poly->v[(i + 1) % 4];
+    const float ax = prev.x - v.x, ay = prev.y - v.y;
+    const float bx = next.x - v.x, by = next.y - v.y;
+    const float z = ax * by - ay * bx;
+    if (z > 0.0f) ++pos;
+    else if (z < 0.0f) ++neg;
+  }
+  return (pos && neg) ? 4 : 1;
+}
+
+// Coverage mask of the step's edge pieces (see the header): the first piece sets its
+// sub-rows, later pieces flip theirs, so pairs of edges bound spans even-odd.
+void A_Buffer::GetSubPixelCoverage(SCANLINESTEP *step, SUBPIXELMASK *mask) {
+  if (!step || !mask) return;
+  LONG count = step->edgeCount;
+  if (count > KY_SCANSTEP_MAX_PIECES) count = KY_SCANSTEP_MAX_PIECES;
+  for (LONG k = 0; k < count; ++k) {
+    const tSCANEDGE &e = step->edges[k];
+    LONG x0 = e.x0 < 0 ? 0 : (e.x0 > kOne ? kOne : e.x0);
+    LONG y0 = e.y0 < 0 ? 0 : (e.y0 > kOne ? kOne : e.y0);
+    LONG x1 = e.x1 < 0 ? 0 : (e.x1 > kOne ? kOne : e.x1);
+    LONG y1 = e.y1 < 0 ? 0 : (e.y1 > kOne ? kOne : e.y1);
+    if (y1 <= y0) {
+      LONG t = x0; x0 = x1; x1 = t;
+      t = y0; y0 = y1; y1 = t;
+    }
+    const LONG r0 = y0 >> 9, r1 = y1 >> 9;
+    if (k == 0)
+      for (LONG r = 0; r < r0 && r < 32; ++r) mask->row[r] = 0;
+    const LONG slope = (r1 - r0 - 1 >= 1) ? (x1 - x0) / (r1 - r0 - 1) : 0;
+    LONG x = x0;
+    for (LONG r = r0; r < r1 && r < 32; ++r) {
+      const LONG col = x >> 9;
+      if (col < 32) {
+        const DWORD bits = 0xFFFFFFFFu >> col;
+        mask->row[r] = k == 0 ? bits : (mask->row[r] ^ bits);
+      }
+      x += r == r0 ? ((((r0 + 1) * 512 - y0) * slope) >> 14) : slope;
+    }
+    if (k == 0)
+      for (LONG r = r1; r < 32; ++r) mask->row[r] = 0;
+  }
+}
+
+LONG A_Buffer::CountBits(SUBPIXELMASK *mask) {
+  if (!mask || !m_bitCount) return 0;
+  LONG c = 0;
+  for (int r = 0; r < 32; ++r) c += m_bitCount[mask->row[r] & 0xFFFF] + m_bitCount[mask->row[r] >> 16];
+  return c;
+}
+
+// Kept as an empty operation on purpose.
+void A_Buffer::DrawScanLineFast(LONG) {}
+
+// Kept as an empty operation on purpose.
+void A_Buffer::GetSubPixelMaskVal(LONG, LONG, LONG, LONG, SUBPIXELMASK *) {}
+
+void A_Buffer::EndFrame() {
+  if (m_inFrame) {
+    for (LONG row = 0; row < m_height && row < KY_ABUFFER_MAX_ROWS; ++row)
+      if (m_rows[row]) DrawScanLine(row);
+  }
+  m_quantizer = nullptr;
+  m_inFrame = 0;
+}
