@@ -14,18 +14,8 @@
 #define TELLAROK_KY_ABUFFER_H
 
 #include "ky_base.h"
+#include "ky_video.h"
 
-#ifndef TELLAROK_TKYPIXEL32_DEFINED
-#define TELLAROK_TKYPIXEL32_DEFINED
-/* One 32-bit pixel in memory order (the order of a 32-bit bitmap row and of RGBQUAD). */
-typedef struct tKYPIXEL32 {
-  BYTE blue;
-  BYTE green;
-  BYTE red;
-  BYTE alpha;
-} tKYPIXEL32;
-KY_CHECK_SIZE(tKYPIXEL32, 4);
-#endif
 
 /* Render states of a polygon. */
 typedef enum KY3DRENDERSTATE {
