@@ -11,8 +11,6 @@ namespace ky::ab {
 
 namespace {
 
-constexpr DWORD kKYDB = 'K' | ('Y' << 8) | ('D' << 16) | ('B' << 24);
-
 void *AllocLocked(SIZE_T bytes) {
   HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, bytes);
   if (!h) return nullptr;
@@ -34,10 +32,40 @@ constexpr SIZE_T kBitCountBytes = 65536;
 constexpr SIZE_T kRingBytes = sizeof(tACTIVEREGIONLIST) * KY_ABUFFER_RING_SIZE;
 constexpr SIZE_T kPolyBytes = sizeof(PolyRec) * kPolyCapacity;
 constexpr SIZE_T kTexBytes = sizeof(TexInfo) * KY_ABUFFER_MAX_TEXTURES;
+constexpr SIZE_T kChunkBytes = sizeof(tKYPIXEL32) * kRowChunk;
 
 inline TexInfo *Textures(void *work) {
   return reinterpret_cast<TexInfo *>(static_cast<BYTE *>(work) + kBitCountBytes + kRingBytes +
                                      kPolyBytes);
+}
+
+// A header as the pixel-format functions read it: the header followed by its colour table
+// (palettised types) or its three masks (BI_BITFIELDS), taken from `given` or else from
+// right before the pixels (a packed bitmap). Returns the colour table in the caller's
+// memory, or null.
+struct Described {
+  BITMAPINFOHEADER h;
+  RGBQUAD table[256];
+};
+
+const RGBQUAD *Describe(const BITMAPINFOHEADER &h, const void *pixels, const void *given, Described *d) {
+  memset(d, 0, sizeof(*d));
+  d->h = h;
+  d->h.biSize = sizeof(BITMAPINFOHEADER);
+  DWORD entries = 0;
+  const bool masks = h.biCompression == BI_BITFIELDS;
+  if (masks)
+    entries = 3;
+  else if (h.biCompression == BI_RGB && h.biBitCount >= 1 && h.biBitCount <= 8)
+    entries = h.biClrUsed ? (h.biClrUsed > 256 ? 256 : h.biClrUsed) : (1u << h.biBitCount);
+  if (!entries) return nullptr;
+  const BYTE *src = static_cast<const BYTE *>(given);
+  if (!src && pixels) src = static_cast<const BYTE *>(pixels) - entries * 4;
+  if (!src || !Readable(src, entries * 4)) return nullptr;
+  memcpy(d->table, src, entries * 4);
+  if (masks) return nullptr;
+  d->h.biClrUsed = entries;
+  return reinterpret_cast<const RGBQUAD *>(src);
 }
 
 inline LONG Clamp255(LONG v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
@@ -111,13 +139,20 @@ void FitPlane(const double *xs, const double *ys, const double *f, int i, int j,
 
 }  // namespace
 
-LONG ClassifyHeader(const BITMAPINFOHEADER &h) {
-  if (h.biCompression == kKYDB) return h.biBitCount == 32 ? 29 : 0;
-  if (h.biCompression == BI_RGB) {
-    if (h.biBitCount == 32) return 28;
-    if (h.biBitCount == 24) return 27;
+bool Readable(const void *p, SIZE_T bytes) {
+  const BYTE *at = static_cast<const BYTE *>(p);
+  const BYTE *end = at + bytes;
+  if (!p || end < at) return false;
+  while (at < end) {
+    MEMORY_BASIC_INFORMATION mbi;
+    if (!VirtualQuery(at, &mbi, sizeof(mbi)) || mbi.State != MEM_COMMIT) return false;
+    if (mbi.Protect & (PAGE_NOACCESS | PAGE_GUARD)) return false;
+    if (!(mbi.Protect & (PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
+                         PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY)))
+      return false;
+    at = static_cast<const BYTE *>(mbi.BaseAddress) + mbi.RegionSize;
   }
-  return 0;
+  return true;
 }
 
 }  // namespace ky::ab
@@ -142,6 +177,8 @@ BOOL A_Buffer::Init() {
 }
 
 void A_Buffer::Cleanup() {
+  KyDibDestroyColorQuantizer(m_quantizer);
+  m_quantizer = nullptr;
   FreeListItems();
   m_inFrame = 0;
 }
@@ -162,7 +199,7 @@ BOOL A_Buffer::PreAllocateListItems() {
   if (m_pool) return 1;
   m_pool = static_cast<tKYABREGION *>(AllocLocked(sizeof(tKYABREGION) * KY_ABUFFER_POOL_SIZE));
   if (!m_pool) return 0;
-  m_work = AllocLocked(kBitCountBytes + kRingBytes + kPolyBytes + kTexBytes);
+  m_work = AllocLocked(kBitCountBytes + kRingBytes + kPolyBytes + kTexBytes + kChunkBytes);
   if (!m_work) {
     FreeLocked(m_pool);
     m_pool = nullptr;
@@ -174,6 +211,8 @@ BOOL A_Buffer::PreAllocateListItems() {
   m_ring = reinterpret_cast<tACTIVEREGIONLIST *>(static_cast<BYTE *>(m_work) + kBitCountBytes);
   m_polys = static_cast<BYTE *>(m_work) + kBitCountBytes + kRingBytes;
   m_polyCapacity = kPolyCapacity;
+  m_rowChunk = reinterpret_cast<tKYPIXEL32 *>(static_cast<BYTE *>(m_work) + kBitCountBytes + kRingBytes +
+                                               kPolyBytes + kTexBytes);
   return 1;
 }
 
@@ -185,6 +224,7 @@ void A_Buffer::FreeListItems() {
   m_bitCount = nullptr;
   m_ring = nullptr;
   m_polys = nullptr;
+  m_rowChunk = nullptr;
   m_poolCapacity = m_poolUsed = 0;
   m_polyCapacity = m_polyUsed = 0;
   for (int i = 0; i < KY_ABUFFER_MAX_ROWS; ++i) m_rows[i] = nullptr;
@@ -245,23 +285,54 @@ BOOL A_Buffer::InsertIntersect(tKYABREGION *region, LONG row, KYABPIXELPROC proc
   return 1;
 }
 
+// Starts a frame: copies the parameters, classifies the destination and the textures,
+// prepares the two exchange records (flags 35) and, for a 4-bit or 8-bit palettised
+// destination, its colour quantizer; empties the pool, the polygon store and the rows.
+// Returns 0 (no frame) without Init, for a missing destination or one of no known pixel
+// type, a texture count outside 0..32, textures of differing types, or a failed quantizer.
 BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
   m_inFrame = 0;
+  if (m_quantizer) {
+    KyDibDestroyColorQuantizer(m_quantizer);
+    m_quantizer = nullptr;
+  }
   if (!param || !m_pool) return 0;
   memcpy(&m_param, param, sizeof(m_param));
   const LONG count = m_param.textureCount;
   if (count < 0 || count > KY_ABUFFER_MAX_TEXTURES) return 0;
+  Described d;
   // Every texture of a multi-texture frame must share the first one's pixel type.
   LONG texType = 0;
+  const RGBQUAD *texColors[KY_ABUFFER_MAX_TEXTURES];
   for (LONG i = 0; i < count; ++i) {
-    const LONG t = ClassifyHeader(m_param.textures[i].header);
-    if (i == 0) texType = t;
-    else if (t != texType) return 0;
+    const tKYABUFFERTEXTURE &t = m_param.textures[i];
+    texColors[i] = Describe(t.header, t.pixels, t.colors, &d);
+    const LONG type = KyGetPixelType(&d.h);
+    if (i == 0)
+      texType = type;
+    else if (type != texType)
+      return 0;
   }
   const BITMAPINFOHEADER &h = m_param.dstHeader;
-  const LONG dstType = ClassifyHeader(h);
-  if (!SupportedType(dstType) || h.biWidth <= 0 || h.biHeight == 0 || !m_param.dstPixels) return 0;
-  if (count > 0 && !SupportedType(texType)) return 0;
+  if (h.biWidth <= 0 || h.biHeight == 0 || !m_param.dstPixels) return 0;
+  m_dstColors = Describe(h, m_param.dstPixels, nullptr, &d);
+  const LONG dstType = KyGetPixelType(&d.h);
+  if (dstType < KYPT_FIRST || dstType > KYPT_LAST) return 0;
+  if (count > 0 && (texType < KYPT_FIRST || texType > KYPT_LAST)) return 0;
+  memset(m_xchg, 0, sizeof(m_xchg));
+  if (count > 0 && FAILED(KyDibPrepareXchgParams(dstType, texType, 35, &m_xchg[0], nullptr))) return 0;
+  if (FAILED(KyDibPrepareXchgParams(dstType, dstType, 35, &m_xchg[1], nullptr))) return 0;
+  // The resolve blends in the 8-bit working form.
+  if ((m_xchg[1].flags | m_xchg[0].flags) & KYXCHG_DEEP) return 0;
+  m_xchg[1].srcColors = m_dstColors;
+  m_xchg[1].dstColors = m_dstColors;
+  m_xchg[0].dstColors = m_dstColors;
+  if (dstType == KYPT_RGB4 || dstType == KYPT_RGB8) {
+    m_quantizer = KyDibCreateColorQuantizer(&d.h);
+    if (!m_quantizer) return 0;
+    m_xchg[0].dstQuantizer = m_quantizer;
+    m_xchg[1].dstQuantizer = m_quantizer;
+  }
   const LONG height = h.biHeight < 0 ? -h.biHeight : h.biHeight;
   LONG stride = m_param.dstStride;
   if (stride <= 0) stride = ((h.biBitCount * h.biWidth + 31) & ~31) / 8;
@@ -277,6 +348,10 @@ BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
     m_dstTopRow = pixels;
     m_dstRowStep = stride;
   }
+  // A texture type stored like the working form is read straight from memory.
+  tKYDIBXCHGPARAMS probe;
+  const bool direct = count > 0 && SUCCEEDED(KyDibPrepareXchgParams(texType, texType, 35, &probe, nullptr)) &&
+                      !(probe.flags & (KYXCHG_GENERIC | KYXCHG_DEEP));
   TexInfo *tex = Textures(m_work);
   for (LONG i = 0; i < count; ++i) {
     const tKYABUFFERTEXTURE &src = m_param.textures[i];
@@ -287,9 +362,9 @@ BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
     t.width = src.header.biWidth;
     t.height = th;
     t.type = texType;
-    t.colors = src.colors;
+    t.direct = direct;
+    t.xchg = &m_xchg[0];
     const BYTE *tp = static_cast<const BYTE *>(src.pixels);
-    // A header copy has nothing behind it: a texture without pixels cannot be drawn.
     if (!tp || t.width <= 0 || th <= 0) t.width = t.height = 0;
     if (src.header.biHeight > 0) {
       t.top = tp + static_cast<LONG_PTR>(th - 1) * ts;
@@ -299,6 +374,10 @@ BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
       t.rowStep = ts;
     }
   }
+  // Textures of one frame share a type but each may have its own colour table: the texture
+  // record carries the one of the polygon being resolved (see the textured pixel callback).
+  if (count > 0) m_xchg[0].srcColors = texColors[0];
+  for (LONG i = 0; i < count; ++i) tex[i].colors = texColors[i];
   float op = m_param.opacity;
   if (!(op > 0.0f)) op = 0.0f;
   if (op > 1.0f) op = 1.0f;
@@ -492,6 +571,8 @@ void A_Buffer::EndFrame() {
     for (LONG row = 0; row < m_height && row < KY_ABUFFER_MAX_ROWS; ++row)
       if (m_rows[row]) DrawScanLine(row);
   }
+  // The frame's quantizer goes with the frame.
+  KyDibDestroyColorQuantizer(m_quantizer);
   m_quantizer = nullptr;
   m_inFrame = 0;
 }

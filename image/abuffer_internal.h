@@ -3,11 +3,13 @@
 
 #include <windows.h>
 #include "ky_abuffer.h"
+#include "ky_video.h"
 
 namespace ky::ab {
 
 constexpr LONG kOne = 16384;  // one pixel in 18.14
 constexpr LONG kPolyCapacity = KY_ABUFFER_POOL_SIZE;
+constexpr LONG kRowChunk = 2048;  // destination pixels the resolve converts at a time
 
 // A texture as the pixel callbacks read it: top row, step to the row below, size, type.
 struct TexInfo {
@@ -15,7 +17,9 @@ struct TexInfo {
   LONG rowStep;
   LONG width, height;
   LONG type;
-  const RGBQUAD *colors;
+  const RGBQUAD *colors;         // colour table of a palettised texture
+  LONG direct;                   // stored like the 8-bit working form
+  tKYDIBXCHGPARAMS *xchg;        // the frame's texture record (its srcColors set)
 };
 
 // A polygon in the frame's store: vertices in 18.14 (offsets applied), its shading, and for
@@ -45,17 +49,18 @@ inline DWORD RowBits(LONG r0, LONG r1) {
   return hi & ~((1u << r0) - 1u);
 }
 
-// Temporary pixel access for the 32-bit and 24-bit RGB types until the pixel-exchange
-// routines are used here.
-LONG ClassifyHeader(const BITMAPINFOHEADER &h);
-inline bool SupportedType(LONG t) { return t == 27 || t == 28 || t == 29; }
-
+// A texel in the 8-bit working form: read straight from memory when the texture's type is
+// stored like the working form (the exchange routines' direct path), else converted by the
+// texture record's pixel reader.
 inline DWORD ReadTexel(const TexInfo &t, const BYTE *row, LONG x) {
-  if (t.type == 27) {
-    const BYTE *p = row + x * 3;
-    return p[0] | (p[1] << 8) | (p[2] << 16) | 0xFF000000u;
-  }
-  return reinterpret_cast<const DWORD *>(row)[x];
+  if (t.direct) return reinterpret_cast<const DWORD *>(row)[x];
+  DWORD out = 0;
+  t.xchg->srcColors = t.colors;
+  t.xchg->readPixel(t.xchg, row, 0, x, &out);
+  return out;
 }
+
+// True when `bytes` bytes at p are committed, readable memory.
+bool Readable(const void *p, SIZE_T bytes);
 
 }  // namespace ky::ab

@@ -16,9 +16,10 @@ struct PixelSum {
   LONG total;
 };
 
-// Blends the pixel's average colour into the destination pixel with weight `w` (0..1024)
-// and returns nothing: the destination bytes are updated in place.
-inline void BlendInto(BYTE *d, int bytes, const PixelSum &s, LONG w) {
+// Blends the pixel's average colour into a working-form destination pixel with weight `w`
+// (0..1024): every channel, alpha included, moves from the destination towards the colour.
+inline void BlendInto(BYTE *d, const PixelSum &s, LONG w) {
+  const int bytes = 4;
   const LONG n = s.total > 1024 ? 1024 : s.total;
   DWORD c[4];
   if (n == 1024) {
@@ -44,6 +45,50 @@ inline void BlendInto(BYTE *d, int bytes, const PixelSum &s, LONG w) {
   }
 }
 
+// The destination row seen through the exchange record in chunks of working-form pixels:
+// a chunk is read when the walk first writes into it and written back (only the written
+// span) when the walk leaves it or the row ends. On the exchange's direct path the working
+// pixels are the row itself and nothing is copied.
+class RowWriter {
+public:
+  RowWriter(tKYDIBXCHGPARAMS *x, BYTE *row, LONG bits, LONG width, tKYPIXEL32 *buffer)
+      : x_(x), row_(row), bits_(bits), width_(width), buffer_(buffer) {}
+  ~RowWriter() { Flush(); }
+  RowWriter(const RowWriter &) = delete;
+  RowWriter &operator=(const RowWriter &) = delete;
+
+  BYTE *Pixel(LONG col) {
+    if (col < start_ || col >= start_ + count_) Load(col);
+    if (col < lo_) lo_ = col;
+    if (col > hi_) hi_ = col;
+    return reinterpret_cast<BYTE *>(&work_[col - start_]);
+  }
+
+private:
+  BYTE *At(LONG col) const { return row_ + (static_cast<LONGLONG>(bits_) * col) / 8; }
+  LONG Bit(LONG col) const { return static_cast<LONG>((static_cast<LONGLONG>(bits_) * col) % 8); }
+  void Load(LONG col) {
+    Flush();
+    start_ = col;
+    count_ = width_ - col < kRowChunk ? width_ - col : kRowChunk;
+    work_ = static_cast<tKYPIXEL32 *>(x_->readRow(x_, At(col), Bit(col), buffer_, count_));
+    lo_ = 0x7FFFFFFF;
+    hi_ = -1;
+  }
+  void Flush() {
+    if (count_ > 0 && hi_ >= lo_)
+      x_->writeRow(x_, At(lo_), Bit(lo_), work_ + (lo_ - start_), hi_ - lo_ + 1);
+    count_ = 0;
+  }
+
+  tKYDIBXCHGPARAMS *x_;
+  BYTE *row_;
+  LONG bits_, width_;
+  tKYPIXEL32 *buffer_;
+  tKYPIXEL32 *work_ = nullptr;
+  LONG start_ = 0, count_ = 0, lo_ = 0x7FFFFFFF, hi_ = -1;
+};
+
 }  // namespace
 
 // Resolves one row (see EndFrame): regions are activated in order of start x as the walk
@@ -56,8 +101,8 @@ void A_Buffer::DrawScanLine(LONG row) {
   if (row < 0 || row >= m_height || row >= KY_ABUFFER_MAX_ROWS || !m_ring || !m_inFrame) return;
   tKYABREGION *rec = m_rows[row];
   if (!rec) return;
-  BYTE *const dstRow = m_dstTopRow + static_cast<LONG_PTR>(row) * m_dstRowStep;
-  const int bpp = m_dstType == 27 ? 3 : 4;
+  RowWriter out(&m_xchg[1], m_dstTopRow + static_cast<LONG_PTR>(row) * m_dstRowStep,
+                m_param.dstHeader.biBitCount, m_width, m_rowChunk);
   const LONG lastStart = (m_width - 1) * kOne;
   tACTIVEREGIONLIST *head = nullptr, *tail = nullptr;
   SUBPIXELMASK covered;
@@ -157,7 +202,7 @@ void A_Buffer::DrawScanLine(LONG row) {
     const LONG x = rb / kOne - 1;
     if (sum.total > 0 && x >= 0 && x < m_width) {
       const LONG w = sum.total >= 1024 ? m_weightSize : m_weight[sum.total];
-      BlendInto(dstRow + x * bpp, bpp, sum, (w * m_opacity16384) >> 14);
+      BlendInto(out.Pixel(x), sum, (w * m_opacity16384) >> 14);
     }
     // 5. Next pixel.
     rb += kOne;

@@ -59,9 +59,11 @@ typedef struct KY3DPOLY {
 } KY3DPOLY;
 KY_CHECK_SIZE(KY3DPOLY, 464);
 
-/* One texture of a frame: its header, pixels (null: found behind the header by the
- * colour-table rule) and stride in bytes (0: the DWORD-aligned stride), plus the colour
- * table of a palettised texture (null when it has none). */
+/* One texture of a frame: its header, pixels and stride in bytes (0: the DWORD-aligned
+ * stride), plus the colour table of a palettised texture or the three masks of a
+ * BI_BITFIELDS texture. When that pointer is null they are looked for right before the
+ * pixels, where a packed bitmap (KyDibAlloc's layout) keeps them. A texture without pixels
+ * cannot be drawn with. */
 typedef struct tKYABUFFERTEXTURE {
   BITMAPINFOHEADER header;
   void *pixels;
@@ -70,9 +72,12 @@ typedef struct tKYABUFFERTEXTURE {
 } tKYABUFFERTEXTURE;
 KY_CHECK_SIZE(tKYABUFFERTEXTURE, 52);
 
-/* Frame parameters (430 32-bit words), copied whole by BeginFrame. The destination's rows
- * are bottom-up (a negative biHeight means top-down); rows at or beyond 2048 are not drawn.
- * opacity (0..1) scales every polygon's weight when it is blended into the destination. */
+/* Frame parameters (430 32-bit words), copied whole by BeginFrame. The destination may be
+ * of any pixel type; its rows are bottom-up (a negative biHeight means top-down) and rows at
+ * or beyond 2048 are not drawn. A palettised destination's colour table and a BI_BITFIELDS
+ * destination's masks are read right before its pixels (a packed bitmap as KyDibAlloc makes
+ * it). opacity (0..1) scales every polygon's weight when it is blended into the
+ * destination. */
 typedef struct tA_BUFFER_PARAM {
   BITMAPINFOHEADER dstHeader;
   void *dstPixels;
@@ -238,8 +243,12 @@ public:
   BYTE *m_dstTopRow;  /* first byte of the top row */
   LONG m_dstRowStep;  /* bytes from a row to the one below it */
   LONG m_opacity65535, m_opacity255, m_opacity16384;
-  DWORD m_xchg[2][64]; /* per-frame pixel-exchange state (texture, destination) */
-  void *m_quantizer;
+  /* Pixel exchange (flags 35): [0] texture type to destination type, [1] destination type
+   * to itself; and the quantizer of a 4-bit or 8-bit palettised destination. */
+  tKYDIBXCHGPARAMS m_xchg[2];
+  HGLOBAL m_quantizer;
+  const RGBQUAD *m_dstColors;
+  tKYPIXEL32 *m_rowChunk; /* working-form pixels of the row being resolved */
 };
 #endif
 
