@@ -160,8 +160,33 @@ A_Buffer::A_Buffer() { memset(static_cast<void *>(this), 0, sizeof(*this)); }
 // Deliberately leaves the pool alone: Cleanup frees it.
 A_Buffer::~A_Buffer() {}
 
+// Copies the tables and the frame parameters. The blocks an object allocates (pool, work
+// block, quantizer) stay each object's own, so both may call Cleanup; the copy's row lists
+// start empty and it is not inside a frame.
 A_Buffer &A_Buffer::operator=(const A_Buffer &other) {
-  if (this != &other) memcpy(static_cast<void *>(this), &other, sizeof(*this));
+  if (this == &other) return *this;
+  tKYABREGION *pool = m_pool;
+  void *work = m_work;
+  BYTE *bitCount = m_bitCount;
+  tACTIVEREGIONLIST *ring = m_ring;
+  void *polys = m_polys;
+  tKYPIXEL32 *rowChunk = m_rowChunk;
+  HGLOBAL quantizer = m_quantizer;
+  const LONG poolCapacity = m_poolCapacity, polyCapacity = m_polyCapacity;
+  memcpy(static_cast<void *>(this), &other, sizeof(*this));
+  m_pool = pool;
+  m_work = work;
+  m_bitCount = bitCount;
+  m_ring = ring;
+  m_polys = polys;
+  m_rowChunk = rowChunk;
+  m_quantizer = quantizer;
+  m_poolCapacity = poolCapacity;
+  m_polyCapacity = polyCapacity;
+  m_poolUsed = m_polyUsed = m_poolWrapped = 0;
+  if (m_bitCount && other.m_bitCount) memcpy(m_bitCount, other.m_bitCount, 65536);
+  for (int i = 0; i < KY_ABUFFER_MAX_ROWS; ++i) m_rows[i] = nullptr;
+  m_inFrame = 0;
   return *this;
 }
 

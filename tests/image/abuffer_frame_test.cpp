@@ -6,7 +6,9 @@ using namespace abtest;
 
 namespace {
 
-TEST(ABufferFrame, BeginFrameChecksItsParameters) {
+class ABufferFrame : public WithABuffer {};
+
+TEST(ABufferFrameSetup, BeginFrameChecksItsParameters) {
   A_Buffer ab;
   Canvas c(16, 16);
   tA_BUFFER_PARAM p = Params(c);
@@ -33,14 +35,11 @@ TEST(ABufferFrame, BeginFrameChecksItsParameters) {
   ab.Cleanup();  // a second clean-up is harmless
 }
 
-TEST(ABufferFrame, RefusedPolygonsDrawNothing) {
-  A_Buffer ab;
-  ASSERT_EQ(1, ab.Init());
+TEST_F(ABufferFrame, RefusedPolygonsDrawNothing) {
   Canvas c(16, 16);
-  tA_BUFFER_PARAM p = Params(c);
   KY3DPOLY ok = Flat({V(1, 1), V(9, 1), V(9, 9)}, 0xFFFFFFFFu);
   EXPECT_EQ(0, ab.DrawPoly(&ok, 0, 0)) << "outside a frame";
-  ASSERT_EQ(1, ab.BeginFrame(&p));
+  Begin(c);
   struct Case {
     const char *name;
     void (*spoil)(KY3DPOLY &);
@@ -62,17 +61,13 @@ TEST(ABufferFrame, RefusedPolygonsDrawNothing) {
   EXPECT_EQ(0, ab.DrawTriangle(nullptr));
   ab.EndFrame();
   for (DWORD px : c.px) ASSERT_EQ(0xFF000000u, px);
-  ab.Cleanup();
 }
 
 // More regions than the pool holds: records are reused from the first one on, the row lists
 // stay well formed and the polygons drawn last are all there.
-TEST(ABufferFrame, PoolWrapsAroundWithinAFrame) {
-  A_Buffer ab;
-  ASSERT_EQ(1, ab.Init());
+TEST_F(ABufferFrame, PoolWrapsAroundWithinAFrame) {
   Canvas c(64, 200);
-  tA_BUFFER_PARAM p = Params(c);
-  ASSERT_EQ(1, ab.BeginFrame(&p));
+  Begin(c);
   // 25 bars of 200 rows: 5000 regions.
   for (int i = 0; i < 25; ++i) {
     KY3DPOLY bar = Flat({V(2.0f * i + 1, 0), V(2.0f * i + 2, 0), V(2.0f * i + 2, 200), V(2.0f * i + 1, 200)},
@@ -99,15 +94,11 @@ TEST(ABufferFrame, PoolWrapsAroundWithinAFrame) {
     EXPECT_EQ(0xFFFFFFFFu, c.At(2 * 5 + 1, y));
   }
   EXPECT_EQ(0xFF000000u, c.At(1, 100));
-  ab.Cleanup();
 }
 
-TEST(ABufferFrame, RowsAndColumnsAtTheLimits) {
-  A_Buffer ab;
-  ASSERT_EQ(1, ab.Init());
+TEST_F(ABufferFrame, RowsAndColumnsAtTheLimits) {
   Canvas c(8, 4);
-  tA_BUFFER_PARAM p = Params(c);
-  ASSERT_EQ(1, ab.BeginFrame(&p));
+  Begin(c);
   // Covers the whole destination and far beyond on every side.
   KY3DPOLY big = Flat({V(-50, -50), V(60, -50), V(60, 60), V(-50, 60)}, 0xFF0000FFu);
   ASSERT_EQ(1, ab.DrawPoly(&big, 0, 0));
@@ -116,37 +107,46 @@ TEST(ABufferFrame, RowsAndColumnsAtTheLimits) {
   ab.EndFrame();
   for (DWORD px : c.px) EXPECT_EQ(0xFF0000FFu, px);
   Canvas d(8, 4);
-  p = Params(d);
-  ASSERT_EQ(1, ab.BeginFrame(&p));
+  Begin(d);
   ASSERT_EQ(1, ab.DrawPoly(&last, 0, 0));
   ab.EndFrame();
   EXPECT_EQ(0xFF000000u, d.At(7, 0));
-  ab.Cleanup();
 }
 
 // DrawPoly's two doubles move the polygon: the coverage is the moved polygon's.
-TEST(ABufferFrame, OffsetsMoveThePolygon) {
-  A_Buffer ab;
-  ASSERT_EQ(1, ab.Init());
+TEST_F(ABufferFrame, OffsetsMoveThePolygon) {
   Canvas c(32, 32);
-  tA_BUFFER_PARAM p = Params(c);
   KY3DPOLY a = Flat({V(3.3f, 4.1f), V(20.7f, 6.2f), V(9.9f, 17.4f)}, 0xFFFFFFFFu);
   KY3DPOLY b = a;
   for (int i = 0; i < 3; ++i) {
     b.v[i].x += 5.25f;
     b.v[i].y += 7.5f;
   }
-  ASSERT_EQ(1, ab.BeginFrame(&p));
+  Begin(c);
   ASSERT_EQ(1, ab.DrawPoly(&a, 5.25, 7.5));
   const CoverageMap ma = Coverage(ab, 32, 32);
   ab.EndFrame();
-  ASSERT_EQ(1, ab.BeginFrame(&p));
+  Begin(c);
   ASSERT_EQ(1, ab.DrawPoly(&b, 0, 0));
   const CoverageMap mb = Coverage(ab, 32, 32);
   ab.EndFrame();
   EXPECT_EQ(ma.cov, mb.cov);
   EXPECT_GT(Sum(ma.cov), 0);
-  ab.Cleanup();
+}
+
+// An assigned object gets the tables but keeps its own pool: both clean up.
+TEST_F(ABufferFrame, AssignmentKeepsEachObjectsBlocks) {
+  A_Buffer other;
+  ASSERT_EQ(1, other.Init());
+  tKYABREGION *pool = other.m_pool;
+  other = ab;
+  EXPECT_EQ(pool, other.m_pool);
+  EXPECT_EQ(724, other.m_weight[512]);
+  EXPECT_EQ(16, other.m_bitCount[0xFFFF]);
+  Canvas c(8, 8);
+  prm = Params(c);
+  EXPECT_EQ(1, other.BeginFrame(&prm));
+  other.Cleanup();
 }
 
 }  // namespace

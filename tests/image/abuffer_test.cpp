@@ -6,12 +6,7 @@ using namespace abtest;
 
 namespace {
 
-class ABuffer : public ::testing::Test {
-protected:
-  void SetUp() override { ASSERT_EQ(1, ab.Init()); }
-  void TearDown() override { ab.Cleanup(); }
-  A_Buffer ab;
-};
+class ABuffer : public WithABuffer {};
 
 SCANLINESTEP Edges(std::initializer_list<tSCANEDGE> es) {
   static SCANLINESTEP st;
@@ -121,9 +116,8 @@ TEST_F(ABuffer, CoverageMatchesExactArea) {
   Rng rng(seed);
   double worst = 0;
   Canvas c(96, 96);
-  tA_BUFFER_PARAM p = Params(c);
   for (int iter = 0; iter < 120; ++iter) {
-    ASSERT_EQ(1, ab.BeginFrame(&p));
+    Begin(c);
     KY3DPOLY poly;
     memset(&poly, 0, sizeof(poly));
     const int kind = iter % 3;
@@ -159,7 +153,6 @@ TEST_F(ABuffer, SharedEdgesLeaveNoGapAndNoOverlap) {
   const unsigned seed = 77;
   Rng rng(seed);
   Canvas c(64, 64);
-  tA_BUFFER_PARAM p = Params(c);
   for (int iter = 0; iter < 60; ++iter) {
     const int n = 4 + rng.Next() % 6;
     KY3DPOLY whole;
@@ -178,11 +171,11 @@ TEST_F(ABuffer, SharedEdgesLeaveNoGapAndNoOverlap) {
     b.v[0] = whole.v[0];
     for (int i = k; i < n; ++i) b.v[i - k + 1] = whole.v[i];
 
-    ASSERT_EQ(1, ab.BeginFrame(&p));
+    Begin(c);
     ASSERT_EQ(1, ab.DrawPoly(&whole, 0, 0));
     const CoverageMap mw = Coverage(ab, c.w, c.h);
     ab.EndFrame();
-    ASSERT_EQ(1, ab.BeginFrame(&p));
+    Begin(c);
     ASSERT_EQ(1, ab.DrawPoly(&a, 0, 0));
     ASSERT_EQ(1, ab.DrawPoly(&b, 0, 0));
     const CoverageMap mab = Coverage(ab, c.w, c.h);

@@ -27,7 +27,13 @@ std::vector<RGBQUAD> Palette(int n) {
   return p;
 }
 
-void DrawScene(tA_BUFFER_PARAM &prm) {
+// Draws the scene into a packed bitmap.
+void DrawScene(BITMAPINFOHEADER *dib) {
+  tA_BUFFER_PARAM prm;
+  memset(&prm, 0, sizeof(prm));
+  prm.dstHeader = *dib;
+  prm.dstPixels = PixelsOf(dib);
+  prm.opacity = 1.0f;
   A_Buffer ab;
   ASSERT_EQ(1, ab.Init());
   ASSERT_EQ(1, ab.BeginFrame(&prm)) << "type of " << prm.dstHeader.biBitCount << " bits";
@@ -51,21 +57,11 @@ TEST_P(ABufferTypes, MatchesTheExchangeOfARgbaRendering) {
   ASSERT_EQ(S_OK, KyDibAlloc(&dst, type, kW, kH, palettised ? pal.data() : nullptr,
                              palettised ? entries : 0, 1));
   ASSERT_EQ(type, KyGetPixelType(dst));
-  tA_BUFFER_PARAM prm;
-  memset(&prm, 0, sizeof(prm));
-  prm.dstHeader = *dst;
-  prm.dstPixels = PixelsOf(dst);
-  prm.opacity = 1.0f;
-  DrawScene(prm);
+  DrawScene(dst);
 
   BITMAPINFOHEADER *ref = nullptr;
   ASSERT_EQ(S_OK, KyDibAlloc(&ref, KYPT_RGBA32, kW, kH, nullptr, 0, 1));
-  tA_BUFFER_PARAM rp;
-  memset(&rp, 0, sizeof(rp));
-  rp.dstHeader = *ref;
-  rp.dstPixels = PixelsOf(ref);
-  rp.opacity = 1.0f;
-  DrawScene(rp);
+  DrawScene(ref);
 
   // The expected rows: RGBA rows written as the destination type.
   tKYDIBXCHGPARAMS x;

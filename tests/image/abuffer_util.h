@@ -60,6 +60,20 @@ inline KY3DPOLY Flat(std::initializer_list<KY3DVERTEX> vs, DWORD bgra) {
   return p;
 }
 
+// A fixture with an initialised A_Buffer, cleaned up after the test.
+class WithABuffer : public ::testing::Test {
+protected:
+  void SetUp() override { ASSERT_EQ(1, ab.Init()); }
+  void TearDown() override { ab.Cleanup(); }
+  // Starts a frame into the canvas.
+  void Begin(Canvas &c, float opacity = 1.0f) {
+    prm = Params(c, opacity);
+    ASSERT_EQ(1, ab.BeginFrame(&prm));
+  }
+  A_Buffer ab;
+  tA_BUFFER_PARAM prm;
+};
+
 // Per-pixel coverage (0..1024 per region, summed over regions) of everything drawn since
 // BeginFrame, found by walking the row lists with the exported stepping and mask code.
 // With `maskOut` the per-pixel masks of the regions are OR-ed and their overlaps counted.
