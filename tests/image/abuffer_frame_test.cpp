@@ -149,4 +149,25 @@ TEST_F(ABufferFrame, AssignmentKeepsEachObjectsBlocks) {
   other.Cleanup();
 }
 
+// An edge through the middle of a pixel gives 512 sub-pixels, weighted 724; a region that
+// starts further left in the row hides the sub-pixels of one drawn before it.
+TEST_F(ABufferFrame, HalfCoveredPixelAndHidingOrder) {
+  Canvas c(16, 4);
+  Begin(c);
+  KY3DPOLY white = Flat({V(4.5f, 0), V(9, 0), V(9, 4), V(4.5f, 4)}, 0xFFFFFFFFu);
+  KY3DPOLY green = Flat({V(10.5f, 0), V(14, 0), V(14, 4), V(10.5f, 4)}, 0xFF00FF00u);
+  KY3DPOLY red = Flat({V(10.25f, 0), V(14, 0), V(14, 4), V(10.25f, 4)}, 0xFFFF0000u);
+  ASSERT_EQ(1, ab.DrawPoly(&white, 0, 0));
+  ASSERT_EQ(1, ab.DrawPoly(&green, 0, 0));
+  ASSERT_EQ(1, ab.DrawPoly(&red, 0, 0));
+  ab.EndFrame();
+  const DWORD half = (255 * 724 + 512) >> 10;  // 180
+  EXPECT_EQ(0xFF000000u | half * 0x010101u, c.At(4, 1));
+  EXPECT_EQ(0xFFFFFFFFu, c.At(5, 1));
+  // Pixel 10: red covers 768 sub-pixels and comes first; green's 512 lie under it.
+  const DWORD red768 = (255 * ab.m_weight[768] + 512) >> 10;
+  EXPECT_EQ(0xFF000000u | (red768 << 16), c.At(10, 2));
+  EXPECT_EQ(0u, (c.At(10, 2) >> 8) & 0xFF) << "green is hidden";
+}
+
 }  // namespace
