@@ -309,8 +309,8 @@ BOOL A_Buffer::InsertIntersect(tKYABREGION *region, LONG row, KYABPIXELPROC proc
 // Starts a frame: copies the parameters, classifies the destination and the textures,
 // prepares the two exchange records (flags 35) and, for a 4-bit or 8-bit palettised
 // destination, its colour quantizer; empties the pool, the polygon store and the rows.
-// Returns 0 (no frame) without Init, for a missing destination or one of no known pixel
-// type, a texture count outside 0..32, textures of differing types, or a failed quantizer.
+// Returns 0 (no frame) without Init, for a missing destination, one wider than 65535
+// pixels or of no known pixel type, a texture count outside 0..32, textures of differing types, or a failed quantizer.
 BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
   m_inFrame = 0;
   if (m_quantizer) {
@@ -335,7 +335,8 @@ BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
       return 0;
   }
   const BITMAPINFOHEADER &h = m_param.dstHeader;
-  if (h.biWidth <= 0 || h.biHeight == 0 || !m_param.dstPixels) return 0;
+  // Positions inside the destination are 18.14 fixed point: at most 65535 columns.
+  if (h.biWidth <= 0 || h.biWidth > 65535 || h.biHeight == 0 || !m_param.dstPixels) return 0;
   m_dstColors = Describe(h, m_param.dstPixels, nullptr, &d);
   const LONG dstType = KyGetPixelType(&d.h);
   if (dstType < KYPT_FIRST || dstType > KYPT_LAST) return 0;

@@ -114,16 +114,15 @@ typedef struct SCANLINESTEP {
   LONG endX;          /* 3: first column past the region */
   LONG segCount;      /* 4: segments in this row */
   LONG nextSeg;       /* 5: first segment (by left x) not yet reaching the current column */
-  DWORD leftParity;   /* 6: bit 31 - r set: sub-row r crosses an odd number of segments that
-                         lie wholly left of the current column */
+  DWORD leftParity;   /* 6: bit r set: sub-row r crosses an odd number of segments that lie
+                         wholly left of the current column */
   LONG activeCount;   /* 7: segments that overlap the current column */
   float cur[4];       /* 8..11: current values: q, u*q, v*q, shade*q (textured) */
   float dx[4];        /* 12..15: their change per pixel to the right */
   LONG state;         /* 16: render state in use */
   tKYPIXEL32 color;   /* 17: flat colour after shading */
   const void *poly;   /* 18: the polygon */
-  LONG runEnd;        /* 19: the current pixel is full and so is every column before this */
-  LONG reserved[3];   /* 20..22 */
+  LONG reserved[4];   /* 19..22 */
   LONG edgeCount;     /* 23: edge pieces inside the current pixel */
   tSCANEDGE edges[KY_SCANSTEP_MAX_PIECES];
   tSCANEDGE seg[KY_SCANSTEP_MAX_SEGMENTS];
