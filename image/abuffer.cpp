@@ -310,7 +310,7 @@ BOOL A_Buffer::InsertIntersect(tKYABREGION *region, LONG row, KYABPIXELPROC proc
 // prepares the two exchange records (flags 35) and, for a 4-bit or 8-bit palettised
 // destination, its colour quantizer; empties the pool, the polygon store and the rows.
 // Returns 0 (no frame) without Init, for a missing destination, one wider than 65535
-// pixels or of no known pixel type, a texture count outside 0..32, textures of differing types, or a failed quantizer.
+// pixels, a stride shorter than a row, or of no known pixel type, a texture count outside 0..32, textures of differing types, or a failed quantizer.
 BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
   m_inFrame = 0;
   if (m_quantizer) {
@@ -358,6 +358,7 @@ BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
   const LONG height = h.biHeight < 0 ? -h.biHeight : h.biHeight;
   LONG stride = m_param.dstStride;
   if (stride <= 0) stride = ((h.biBitCount * h.biWidth + 31) & ~31) / 8;
+  if (stride < (h.biBitCount * h.biWidth + 7) / 8) return 0;  // rows would overlap
   m_dstType = dstType;
   m_texType = texType;
   m_width = h.biWidth;
@@ -382,6 +383,9 @@ BOOL A_Buffer::BeginFrame(tA_BUFFER_PARAM *param) {
     LONG ts = src.stride;
     if (ts <= 0) ts = ((src.header.biBitCount * src.header.biWidth + 31) & ~31) / 8;
     t.width = src.header.biWidth;
+    // A texture whose rows would overlap, or too large for the texel arithmetic, is empty.
+    if (ts < (src.header.biBitCount * src.header.biWidth + 7) / 8 || t.width > 65535 || th > 65535)
+      t.width = 0;
     t.height = th;
     t.type = texType;
     t.direct = direct;

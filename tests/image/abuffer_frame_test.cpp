@@ -28,6 +28,12 @@ TEST(ABufferFrameSetup, BeginFrameChecksItsParameters) {
   p.textureCount = 33;
   EXPECT_EQ(0, ab.BeginFrame(&p));
   p.textureCount = 0;
+  p.dstStride = 16 * 4 - 1;
+  EXPECT_EQ(0, ab.BeginFrame(&p)) << "stride shorter than a row";
+  p.dstStride = 0;
+  p.dstHeader.biWidth = 65536;
+  EXPECT_EQ(0, ab.BeginFrame(&p)) << "too wide";
+  p.dstHeader.biWidth = 16;
   p.dstPixels = nullptr;
   EXPECT_EQ(0, ab.BeginFrame(&p));
   EXPECT_EQ(0, ab.BeginFrame(nullptr));
