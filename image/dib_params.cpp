@@ -56,7 +56,23 @@ inline BYTE *FirstByte(const BITMAPINFOHEADER *h, BYTE *pixels, LONG stride, con
 
 inline LONG TypeBits(LONG type) { return TypeInfo(type).bitCount; }
 
-inline bool NeedsQuantizer(LONG type) { return type == KYPT_RGB4 || type == KYPT_RGB8; }
+// Gives a record a quantizer for a palette destination; false (record zeroed) when that
+// fails. Other destinations need none.
+template <class Record>
+bool AttachQuantizer(Record *p, LONG dstType, const BITMAPINFOHEADER *dstHeader) {
+  if (dstType != KYPT_RGB4 && dstType != KYPT_RGB8) return true;
+  p->quantizer = KyDibCreateColorQuantizer(dstHeader);
+  if (p->quantizer) return true;
+  memset(p, 0, sizeof *p);
+  return false;
+}
+
+template <class Record>
+void ReleaseQuantizer(Record *p) {
+  if (!p) return;
+  KyDibDestroyColorQuantizer(p->quantizer);
+  p->quantizer = nullptr;
+}
 
 } // namespace
 
@@ -143,13 +159,7 @@ extern "C" LONG WINAPI KyDibPrepareGenericParams(tKYDIBGENERICPARAMS *p,
     memset(p, 0, sizeof *p);
     return 0;
   }
-  if (NeedsQuantizer(dstType)) {
-    p->quantizer = KyDibCreateColorQuantizer(dstHeader);
-    if (!p->quantizer) {
-      memset(p, 0, sizeof *p);
-      return 0;
-    }
-  }
+  if (!AttachQuantizer(p, dstType, dstHeader)) return 0;
   const LONG sw = Width(s), sh = Height(s), dw = Width(d), dh = Height(d);
   p->scaled = (sw != dw || sh != dh) ? 1 : 0;
   p->srcX = 0;
@@ -184,11 +194,7 @@ extern "C" LONG WINAPI KyDibPrepareGenericParams(tKYDIBGENERICPARAMS *p,
   return 1;
 }
 
-extern "C" void WINAPI KyDibCleanupGenericParams(tKYDIBGENERICPARAMS *p) {
-  if (!p) return;
-  KyDibDestroyColorQuantizer(p->quantizer);
-  p->quantizer = nullptr;
-}
+extern "C" void WINAPI KyDibCleanupGenericParams(tKYDIBGENERICPARAMS *p) { ReleaseQuantizer(p); }
 
 extern "C" LONG WINAPI DibPrepareSubpixelParam(tKYDIBSUBPIXELPARAMS *p,
                                                BITMAPINFOHEADER *dstHeader, void *dstPixels,
@@ -257,21 +263,10 @@ extern "C" LONG WINAPI DibPrepareSubpixelParam(tKYDIBSUBPIXELPARAMS *p,
   p->xScale = LONG(xScale);
   p->yScale = LONG(yScale);
   p->flags = flags;
-  if (NeedsQuantizer(dstType)) {
-    p->quantizer = KyDibCreateColorQuantizer(dstHeader);
-    if (!p->quantizer) {
-      memset(p, 0, sizeof *p);
-      return 0;
-    }
-  }
-  return 1;
+  return AttachQuantizer(p, dstType, dstHeader) ? 1 : 0;
 }
 
-extern "C" void WINAPI DibCleanupSubpixelParam(tKYDIBSUBPIXELPARAMS *p) {
-  if (!p) return;
-  KyDibDestroyColorQuantizer(p->quantizer);
-  p->quantizer = nullptr;
-}
+extern "C" void WINAPI DibCleanupSubpixelParam(tKYDIBSUBPIXELPARAMS *p) { ReleaseQuantizer(p); }
 
 extern "C" HRESULT WINAPI DibPreparePluginParam(tKYDIBPLUGINPARAMS *p,
                                                 BITMAPINFOHEADER *dstHeader, void *dstPixels,

@@ -250,7 +250,7 @@ extern "C" HRESULT WINAPI KyVideo_InitBitmapInfo(BITMAPINFOHEADER *h, KYPIXELTYP
   if (comp == BI_BITFIELDS) {
     colours = nullptr;
     n = 0;
-  } else if (!colours && n == 0 && bits <= 8) {
+  } else if (!colours && count == 0 && bits <= 8) {  // a negative count stays 0
     n = (1 << bits) - 1;  // one fewer than the implied table, on purpose
   }
   if (imageSize) *imageSize = DWORD(size);

@@ -39,7 +39,11 @@ inline typename W::Channel Expand(DWORD v) {
     return typename W::Channel(v);
   } else {
     constexpr ULONGLONG from = MaxOf<Bits>();
-    return typename W::Channel((ULONGLONG(v) * W::kMax * 2 + from) / (2 * from));
+    // 32-bit arithmetic wherever the product fits: a 64-bit division is a library call here.
+    if constexpr (from * W::kMax * 2 + from <= 0xFFFFFFFFull)
+      return typename W::Channel((v * W::kMax * 2 + DWORD(from)) / DWORD(2 * from));
+    else
+      return typename W::Channel((ULONGLONG(v) * W::kMax * 2 + from) / (2 * from));
   }
 }
 
@@ -50,7 +54,10 @@ inline DWORD Reduce(DWORD w) {
     return w;
   } else {
     constexpr ULONGLONG to = MaxOf<Bits>();
-    return DWORD((ULONGLONG(w) * to * 2 + W::kMax) / (2ull * W::kMax));
+    if constexpr (W::kMax * to * 2 + W::kMax <= 0xFFFFFFFFull)
+      return (w * DWORD(to) * 2 + W::kMax) / (2 * W::kMax);
+    else
+      return DWORD((ULONGLONG(w) * to * 2 + W::kMax) / (2ull * W::kMax));
   }
 }
 
@@ -502,8 +509,12 @@ inline DWORD Apply(int op, DWORD d, DWORD s) {
 // d + (r - d) x weight / max, rounded.
 template <class W>
 inline typename W::Channel Mix(DWORD d, DWORD r, DWORD weight) {
-  const ULONGLONG m = W::kMax;
-  return typename W::Channel((ULONGLONG(d) * (m - weight) + ULONGLONG(r) * weight + m / 2) / m);
+  if constexpr (W::kBits == 8) {
+    return typename W::Channel((d * (255 - weight) + r * weight + 127) / 255);
+  } else {
+    const ULONGLONG m = W::kMax;
+    return typename W::Channel((ULONGLONG(d) * (m - weight) + ULONGLONG(r) * weight + m / 2) / m);
+  }
 }
 
 template <class W>

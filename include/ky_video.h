@@ -146,6 +146,8 @@ typedef struct tKYDIBPLUGINPARAMS {
  *     like the working form: KYPT_RGBA32 for 8 bits, KYPT_RGBA64 for 16 bits): readRow may
  *     return the row itself instead of filling the buffer, and writeRow copies only when
  *     given a buffer other than the row.
+ * The routines come from per-type tables in four columns: 0 generic 8-bit, 1 generic 16-bit,
+ * 2 direct 8-bit, 3 direct 16-bit (column = 0 or 2 by KYXCHG_GENERIC, plus 1 for KYXCHG_DEEP).
  * Reading: every type gives blue, green, red, alpha. Gray types give equal colour channels;
  * types without alpha give opaque alpha; palette types look their index up in srcColors
  * (or, without a table, read the index as a gray level). Writing: gray types store the

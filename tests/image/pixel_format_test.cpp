@@ -181,7 +181,7 @@ TEST(PixelTypes, ClassifiesPlatformHeaders) {
       << *reinterpret_cast<DWORD *>(mem + 40) << " " << *reinterpret_cast<DWORD *>(mem + 44);
   bi->bmiHeader.biBitCount = 24;
   bi->bmiHeader.biCompression = BI_RGB;
-  std::vector<BYTE> px(12 * 3);
+  std::vector<BYTE> px(24 * 3);  // 7 pixels of 3 bytes, rows padded to 24
   ASSERT_EQ(GetDIBits(screen, ddb, 0, 3, px.data(), bi, DIB_RGB_COLORS), 3);
   EXPECT_EQ(KyGetPixelType(&bi->bmiHeader), KYPT_RGB24);
   DeleteObject(ddb);
@@ -255,7 +255,7 @@ TEST(PixelTypes, InitBitmapInfoColourCounts) {
   } rows[] = {
       {KYPT_RGB8, false, 0, 255}, {KYPT_RGB4, false, 0, 15}, {KYPT_RGB1, false, 0, 1},
       {KYPT_GRAY8, false, 0, 255}, {KYPT_RGB8, true, 0, 0}, {KYPT_RGB8, true, 3, 3},
-      {KYPT_RGB8, false, -4, 255}, {KYPT_RGB24, false, 0, 0}, {KYPT_RGB565, true, 3, 0},
+      {KYPT_RGB8, false, -4, 0}, {KYPT_RGB24, false, 0, 0}, {KYPT_RGB565, true, 3, 0},
   };
   const RGBQUAD table[3] = {{1, 2, 3, 0}, {4, 5, 6, 0}, {7, 8, 9, 0}};
   for (auto &r : rows) {

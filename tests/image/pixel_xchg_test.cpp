@@ -325,3 +325,66 @@ TEST(Quantizer, NearestEntryAndTies) {
 }
 
 } // namespace
+
+namespace {
+
+// Reference of one operation on one channel, in levels of the working form.
+double RefOp(int op, double d, double s, double m) {
+  switch (op) {
+    case KYXCHGOP_COPY: return s;
+    case KYXCHGOP_ADD: return d + s > m ? m : d + s;
+    case KYXCHGOP_SUBTRACT: return d > s ? d - s : 0;
+    case KYXCHGOP_MULTIPLY: return d * s / m;
+    case KYXCHGOP_SCREEN: return d + s - d * s / m;
+    case KYXCHGOP_DARKEN: return d < s ? d : s;
+    case KYXCHGOP_LIGHTEN: return d > s ? d : s;
+    default: return fabs(d - s);
+  }
+}
+
+// Every operation, with and without source alpha and opacity, in both working forms, against
+// the blend written out in doubles (within a level and a half for the rounding steps).
+TEST(PixelXchg, OperationsMatchReference) {
+  std::mt19937 rng(555);
+  for (int deep = 0; deep <= 1; ++deep) {
+    const double m = deep ? 65535 : 255;
+    for (int op = KYXCHGOP_COPY; op <= KYXCHGOP_DIFFERENCE; ++op)
+      for (DWORD flags : {0x10u, 0x50u, 0x90u, 0xD0u}) {
+        const DWORD opacity = rng() % 65537;
+        DWORD block[7] = {DWORD(op), opacity, 0, 0, 0, 0, 0};
+        tKYDIBXCHGPARAMS x;
+        ASSERT_EQ(KyDibPrepareXchgParams(deep ? KYPT_RGBA64 : KYPT_RGBA32, KYPT_RGBA32,
+                                         flags | (deep ? 0x20 : 0), &x, block), S_OK);
+        const int n = 64;
+        std::vector<WORD> d(4 * n), s(4 * n), before;
+        std::vector<BYTE> cov(n);
+        for (auto &v : d) v = WORD(rng() % DWORD(m + 1));
+        for (auto &v : s) v = WORD(rng() % DWORD(m + 1));
+        for (auto &c : cov) c = BYTE(rng());
+        before = d;
+        std::vector<BYTE> d8(4 * n), s8(4 * n);
+        for (int i = 0; i < 4 * n; ++i) {
+          d8[i] = BYTE(d[i]);
+          s8[i] = BYTE(s[i]);
+        }
+        if (deep) x.opRowCoverage(&x, d.data(), s.data(), cov.data(), n);
+        else x.opRowCoverage(&x, d8.data(), s8.data(), cov.data(), n);
+        for (int i = 0; i < n; ++i) {
+          double w = cov[i] / 255.0;
+          if (flags & 0x80) w *= opacity / 65536.0;
+          const double sa = s[4 * i + 3];
+          if (flags & 0x40) w *= sa / m;
+          for (int ch = 0; ch < 4; ++ch) {
+            const double dv = before[4 * i + ch], sv = s[4 * i + ch];
+            double want = dv + (RefOp(op, dv, sv, m) - dv) * w;
+            if ((flags & 0x40) && ch == 3) want = w * m + dv * (1 - w);
+            const double got = deep ? d[4 * i + ch] : d8[4 * i + ch];
+            ASSERT_NEAR(got, want, 1.5) << "seed 555 op " << op << " flags " << flags << " deep "
+                                        << deep << " pixel " << i << " channel " << ch;
+          }
+        }
+      }
+  }
+}
+
+} // namespace
