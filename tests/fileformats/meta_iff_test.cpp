@@ -107,16 +107,10 @@ TEST(MetaIff, WritesToReadOnlyHandleFail) {
 
 // FORM AIFF with chunks "ABCD" (3 bytes, padded), "COMM" and "SSND".
 Bytes SmallForm(const char *formType = "AIFF") {
-  Bytes body;
-  PutText(body, formType);
-  Append(body, IffChunk("ABCD", {1, 2, 3}));
+  Bytes body = IffChunk("ABCD", {1, 2, 3});
   Append(body, IffChunk("COMM", Bytes(18, 0)));
   Append(body, IffChunk("SSND", Bytes(8, 0)));
-  Bytes f;
-  PutText(f, "FORM");
-  Put32be(f, (uint32_t)body.size());
-  Append(f, body);
-  return f;
+  return IffForm(formType, body);
 }
 
 TEST(MetaIff, FindChunkHeaderCountsRemaining) {
@@ -205,15 +199,9 @@ Bytes FormWithMarks(uint16_t count, const Bytes &markers) {
   Bytes mark;
   Put16be(mark, count);
   Append(mark, markers);
-  Bytes body;
-  PutText(body, "AIFF");
-  Append(body, IffChunk("COMM", Bytes(18, 0)));
+  Bytes body = IffChunk("COMM", Bytes(18, 0));
   Append(body, IffChunk("MARK", mark));
-  Bytes f;
-  PutText(f, "FORM");
-  Put32be(f, (uint32_t)body.size());
-  Append(f, body);
-  return f;
+  return IffForm("AIFF", body);
 }
 
 TEST(MetaIff, FindMarker) {

@@ -95,16 +95,10 @@ Bytes Aiff(const Comm &c, uint32_t ssndBytes, uint32_t ssndOffset = 0, bool aifc
   Put32be(ssnd, ssndOffset);
   Put32be(ssnd, 0);
   ssnd.resize(8 + ssndOffset + ssndBytes, 0x55);
-  Bytes body;
-  PutText(body, aifc ? "AIFC" : "AIFF");
-  Append(body, IffChunk("ANNO", {'h', 'i', '!'}));
+  Bytes body = IffChunk("ANNO", {'h', 'i', '!'});
   Append(body, IffChunk("COMM", comm));
   Append(body, IffChunk("SSND", ssnd));
-  Bytes f;
-  PutText(f, "FORM");
-  Put32be(f, (uint32_t)body.size());
-  Append(f, body);
-  return f;
+  return IffForm(aifc ? "AIFC" : "AIFF", body);
 }
 
 TEST(MetaProbe, UnusualAiffSampleSizes) {
@@ -155,12 +149,7 @@ TEST(MetaProbe, AiffFailures) {
   EXPECT_EQ(KYERR_FILE_CORRUPT, iff_GetAIFFWfx(wav.h(), nullptr, nullptr, nullptr));
 
   // No COMM inside the FORM, and no SSND.
-  Bytes noComm;
-  PutText(noComm, "FORM");
-  Put32be(noComm, 4 + 12);
-  PutText(noComm, "AIFF");
-  Append(noComm, IffChunk("SSND", Bytes(4, 0)));
-  TempFile nc("probe_nocomm.aiff", noComm);
+  TempFile nc("probe_nocomm.aiff", IffForm("AIFF", IffChunk("SSND", Bytes(4, 0))));
   EXPECT_EQ(KYERR_NOT_FOUND, iff_GetAIFFWfx(nc.h(), &w, nullptr, nullptr));
   Bytes noSsnd = Aiff(c, 20);
   noSsnd.resize(12 + 12 + 26);

@@ -61,6 +61,16 @@ inline Bytes IffChunk(const char *id, const Bytes &data) {
   return b;
 }
 
+// A "FORM" of the given type around big-endian chunks.
+inline Bytes IffForm(const char *type, const Bytes &chunks) {
+  Bytes f;
+  PutText(f, "FORM");
+  Put32be(f, (uint32_t)(4 + chunks.size()));
+  PutText(f, std::string(type, 4));
+  Append(f, chunks);
+  return f;
+}
+
 inline uint32_t Fourcc(const char *s) {
   return (uint32_t)(uint8_t)s[0] | ((uint32_t)(uint8_t)s[1] << 8) |
          ((uint32_t)(uint8_t)s[2] << 16) | ((uint32_t)(uint8_t)s[3] << 24);

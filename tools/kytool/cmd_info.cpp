@@ -21,20 +21,9 @@ namespace {
 
 typedef HRESULT(WINAPI *TagTextFn)(DWORD, char *, LONG);
 typedef HRESULT(WINAPI *AttribsTextFn)(const WAVEFORMATEX *, char *, LONG);
-typedef const char *(WINAPI *StatusTextFn)(HRESULT);
-
 FARPROC Find(const char *name) { return GetProcAddress(GetModuleHandleA("tellarok.dll"), name); }
 
-std::string StatusText(HRESULT hr) {
-  auto fn = reinterpret_cast<StatusTextFn>(
-      reinterpret_cast<void *>(Find("KyErrorHandler_GetHresultString")));
-  const char *t = fn ? fn(hr) : nullptr;
-  char code[16];
-  snprintf(code, sizeof code, "0x%08lX", static_cast<unsigned long>(hr));
-  if (!t) return code;
-  while (*t == '\n' || *t == '\r') ++t;
-  return std::string(code) + ": " + t;
-}
+using kytool::StatusText;
 
 // The format as the audio family's text functions describe it, found at run time; a plain
 // description of our own where a build of the library has none.
