@@ -12,10 +12,11 @@ namespace ky {
 typedef int (WINAPI *CustomBoxHook)(HWND owner, UINT style, const char *details,
                                     const char *text, const char *caption);
 typedef void (WINAPI *CustomBoxInspector)(HWND dialog);
-CustomBoxHook g_customBoxHook = nullptr;
-CustomBoxInspector g_customBoxInspector = nullptr;
 
 namespace {
+
+CustomBoxHook g_customBoxHook = nullptr;
+CustomBoxInspector g_customBoxInspector = nullptr;
 
 enum : int { kIdDetails = 1000, kIdText = 1001, kIdIcon = 1002, kIdDetailsEdit = 1003 };
 
@@ -36,7 +37,7 @@ struct Box {
   UINT style;
   const char *text;
   const char *details;  // null when no Details button is offered
-  Button buttons[4];
+  Button buttons[3];
   int buttonCount = 0;
   bool closable = true;  // Esc and the close box answer closeAnswer
   int closeAnswer = IDCANCEL;
@@ -45,45 +46,34 @@ struct Box {
   int expandedHeight = 0;
 };
 
-void AddButton(Box &b, int id, const char *label) { b.buttons[b.buttonCount++] = {id, label}; }
+// Buttons of each MB_TYPEMASK value, in MessageBox's order, and whether Esc or the close
+// box may end the box (with Cancel, or OK for a lone OK button).
+struct ButtonSet {
+  UINT type;
+  Button buttons[3];
+  int count;
+  bool closable;
+  int closeAnswer;
+};
+const ButtonSet kButtonSets[] = {
+    {MB_OK, {{IDOK, "OK"}}, 1, true, IDOK},
+    {MB_OKCANCEL, {{IDOK, "OK"}, {IDCANCEL, "Cancel"}}, 2, true, IDCANCEL},
+    {MB_ABORTRETRYIGNORE, {{IDABORT, "&Abort"}, {IDRETRY, "&Retry"}, {IDIGNORE, "&Ignore"}}, 3, false, 0},
+    {MB_YESNOCANCEL, {{IDYES, "&Yes"}, {IDNO, "&No"}, {IDCANCEL, "Cancel"}}, 3, true, IDCANCEL},
+    {MB_YESNO, {{IDYES, "&Yes"}, {IDNO, "&No"}}, 2, false, 0},
+    {MB_RETRYCANCEL, {{IDRETRY, "&Retry"}, {IDCANCEL, "Cancel"}}, 2, true, IDCANCEL},
+    {MB_CANCELTRYCONTINUE, {{IDCANCEL, "Cancel"}, {IDTRYAGAIN, "&Try Again"}, {IDCONTINUE, "&Continue"}}, 3, true, IDCANCEL},
+};
 
-// Buttons of the style's MB_TYPEMASK, in MessageBox's order.
+// Unknown types get the lone OK button.
 void ChooseButtons(Box &b) {
-  switch (b.style & MB_TYPEMASK) {
-  case MB_OKCANCEL:
-    AddButton(b, IDOK, "OK");
-    AddButton(b, IDCANCEL, "Cancel");
-    break;
-  case MB_ABORTRETRYIGNORE:
-    AddButton(b, IDABORT, "&Abort");
-    AddButton(b, IDRETRY, "&Retry");
-    AddButton(b, IDIGNORE, "&Ignore");
-    b.closable = false;
-    break;
-  case MB_YESNOCANCEL:
-    AddButton(b, IDYES, "&Yes");
-    AddButton(b, IDNO, "&No");
-    AddButton(b, IDCANCEL, "Cancel");
-    break;
-  case MB_YESNO:
-    AddButton(b, IDYES, "&Yes");
-    AddButton(b, IDNO, "&No");
-    b.closable = false;
-    break;
-  case MB_RETRYCANCEL:
-    AddButton(b, IDRETRY, "&Retry");
-    AddButton(b, IDCANCEL, "Cancel");
-    break;
-  case MB_CANCELTRYCONTINUE:
-    AddButton(b, IDCANCEL, "Cancel");
-    AddButton(b, IDTRYAGAIN, "&Try Again");
-    AddButton(b, IDCONTINUE, "&Continue");
-    break;
-  default:  // MB_OK and unknown types
-    AddButton(b, IDOK, "OK");
-    b.closeAnswer = IDOK;
-    break;
-  }
+  const ButtonSet *set = &kButtonSets[0];
+  for (const ButtonSet &s : kButtonSets)
+    if (s.type == (b.style & MB_TYPEMASK)) set = &s;
+  for (int i = 0; i < set->count; ++i) b.buttons[i] = set->buttons[i];
+  b.buttonCount = set->count;
+  b.closable = set->closable;
+  b.closeAnswer = set->closeAnswer;
 }
 
 LPCSTR IconOf(UINT style) {

@@ -9,8 +9,9 @@
 //       character; a null text prints "(null)"; %p prints 8 upper-case hex digits; "L" takes
 //       a double (long double is a double for this platform's compilers); %n stores nothing
 //       (it consumes its pointer) so that a format can never write through an argument.
-//       Widths and precisions above 1024 count as 1024. An unknown conversion is copied as
-//       it stands and consumes no argument.
+//       Floating-point exponents have at least two digits ("2.5e+00"), as in C99. Widths
+//       and precisions above 1024 count as 1024. An unknown conversion is copied as it
+//       stands and consumes no argument.
 //   $(Name)   the value of the named token (names compare without regard to ASCII case);
 //       "AppName" answers the host program's file name without its extension until a
 //       client sets it. An unknown name, or a "$(" without ")" within 64 characters, is
@@ -269,6 +270,7 @@ const char *PercentForm(Out &out, const char *start, const char *p, va_list *arg
     precision = 0;
     if (*p == '*') {
       precision = va_arg(*args, int);
+      if (precision < 0) precision = -1;  // a negative precision counts as none
       ++p;
     } else {
       while (*p >= '0' && *p <= '9') {
@@ -376,8 +378,6 @@ const char *PercentForm(Out &out, const char *start, const char *p, va_list *arg
 #pragma GCC diagnostic pop
 }
 
-} // namespace
-
 LONG FormatText(char *buffer, LONG size, const char *format, va_list *args) {
   if (!buffer || size <= 0) return 0;
   Out out(buffer, size);
@@ -395,6 +395,8 @@ LONG FormatText(char *buffer, LONG size, const char *format, va_list *args) {
   }
   return out.Finish();
 }
+
+} // namespace
 
 LONG ExpandTokens(char *dst, LONG size, const char *text) {
   if (!dst || size <= 0) return 0;

@@ -20,7 +20,7 @@ struct Seen {
   bool detailsHiddenAtFirst = false, detailsShownAfterClick = false, detailsReadOnly = false;
   std::string detailsText;
   int defaultButton = 0;
-  int click = -1;  // index of the button to click; -1: the last
+  int click = -1;  // index of the button to click; -1: the last; -2: press Esc
 };
 Seen g_seen;
 
@@ -42,7 +42,7 @@ BOOL CALLBACK Collect(HWND child, LPARAM) {
     if ((style & SS_TYPEMASK) == SS_ICON) g_seen.icon = true;
     else g_seen.text = text;
   } else if (lstrcmpiA(cls, "Edit") == 0) {
-    g_seen.detailsHiddenAtFirst = !IsWindowVisible(child);
+    g_seen.detailsHiddenAtFirst = !(style & WS_VISIBLE);
     g_seen.detailsReadOnly = (style & ES_READONLY) != 0 && (style & WS_VSCROLL) != 0;
     std::vector<char> b(static_cast<size_t>(GetWindowTextLengthA(child)) + 1);
     GetWindowTextA(child, b.data(), static_cast<int>(b.size()));
@@ -59,10 +59,12 @@ void WINAPI Inspect(HWND dlg) {
   EnumChildWindows(dlg, Collect, 0);
   if (g_seen.hasDetails) {
     SendMessageA(dlg, WM_COMMAND, MAKEWPARAM(1000, BN_CLICKED), 0);
-    g_seen.detailsShownAfterClick = IsWindowVisible(GetDlgItem(dlg, 1003)) != 0;
+    // The dialog itself is not shown yet: look at the box's own visibility bit.
+    g_seen.detailsShownAfterClick =
+        (GetWindowLongA(GetDlgItem(dlg, 1003), GWL_STYLE) & WS_VISIBLE) != 0;
   }
-  int id = IDCANCEL;
-  if (!g_seen.buttons.empty()) {
+  int id = IDCANCEL;  // what Esc sends
+  if (!g_seen.buttons.empty() && g_seen.click != -2) {
     size_t i = g_seen.click < 0 ? g_seen.buttons.size() - 1 : static_cast<size_t>(g_seen.click);
     id = g_seen.buttons[i];
   }
@@ -132,7 +134,8 @@ TEST_F(MsgBoxDialog, IconTextCaptionAndDetails) {
   EXPECT_EQ("line 1\r\nline 2\r\n", g_seen.detailsText);
 }
 
-TEST_F(MsgBoxDialog, DetailsNeedBothStyleBits) {
+TEST_F(MsgBoxDialog, DetailsNeedBothStyleBitsAndEscClosesAnOkBoxWithOk) {
+  g_seen.click = -2;
   int answer = Show(MB_OK | 0x4000, "hidden", "No details view.");
   SKIP_WITHOUT_WINDOWS(answer);
   EXPECT_EQ(IDOK, answer);
