@@ -191,7 +191,8 @@ TEST(MetaDisplist, BitmapFromDibChunk) {
   // 4 bits with no colour count: a full 16-entry table.
   Bytes pal16(64, 0);
   pal16[4 * 5 + 1] = 255;  // entry 5 is green
-  bmp = BitmapFrom("disp4.wav", Riff("WAVE", Disp(CF_DIB, Dib(2, 1, 4, 0, pal16, {0x50, 0, 0, 0}))));
+  bmp =
+      BitmapFrom("disp4.wav", Riff("WAVE", Disp(CF_DIB, Dib(2, 1, 4, 0, pal16, {0x50, 0, 0, 0}))));
   ASSERT_NE(nullptr, bmp);
   EXPECT_EQ((std::vector<DWORD>{0x00FF00, 0x000000}), Pixels(bmp, 2, 1));
   DeleteObject(bmp);
@@ -204,8 +205,10 @@ TEST(MetaDisplist, BitmapFailures) {
   EXPECT_EQ(nullptr, displist_CreateBitmapFromFile(Scratch("disp_missing.wav").c_str()));
   EXPECT_EQ(nullptr, displist_CreateBitmapFromFile(nullptr));
   EXPECT_EQ(nullptr, BitmapFrom("dispnone.wav", Riff("WAVE", Disp(2, {1, 2}))));
-  EXPECT_EQ(nullptr, BitmapFrom("dispshort.wav", Riff("WAVE", Disp(CF_DIB, Dib(64, 64, 24, 0, {}, rows)))));
-  EXPECT_EQ(nullptr, BitmapFrom("disphuge.wav", Riff("WAVE", Disp(CF_DIB, Dib(2, 2, 8, 0x7FFFFFFF, {}, rows)))));
+  EXPECT_EQ(nullptr,
+            BitmapFrom("dispshort.wav", Riff("WAVE", Disp(CF_DIB, Dib(64, 64, 24, 0, {}, rows)))));
+  EXPECT_EQ(nullptr, BitmapFrom("disphuge.wav",
+                                Riff("WAVE", Disp(CF_DIB, Dib(2, 2, 8, 0x7FFFFFFF, {}, rows)))));
   EXPECT_EQ(nullptr, BitmapFrom("dispcore.wav", Riff("WAVE", Disp(CF_DIB, {12, 0, 0}))));
 }
 

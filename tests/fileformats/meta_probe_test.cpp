@@ -27,8 +27,9 @@ struct Probe {
 ULONGLONG DataOffsetOf(const Bytes &b) {
   auto find = [&](const char *id) -> size_t {
     for (size_t p = 12; p + 8 <= b.size();) {
-      uint32_t size = b[0] == 'R' ? (b[p + 4] | b[p + 5] << 8 | b[p + 6] << 16 | (uint32_t)b[p + 7] << 24)
-                                  : ((uint32_t)b[p + 4] << 24 | b[p + 5] << 16 | b[p + 6] << 8 | b[p + 7]);
+      uint32_t size = b[0] == 'R'
+                          ? (b[p + 4] | b[p + 5] << 8 | b[p + 6] << 16 | (uint32_t)b[p + 7] << 24)
+                          : ((uint32_t)b[p + 4] << 24 | b[p + 5] << 16 | b[p + 6] << 8 | b[p + 7]);
       if (memcmp(&b[p], id, 4) == 0) return p;
       p += 8 + size + (size & 1);
     }
@@ -69,8 +70,8 @@ TEST(MetaProbe, AgreesWithSoxi) {
     WORD align = (WORD)(bits / 8 * channels);
     EXPECT_EQ(align, p.wfx->nBlockAlign) << name;
     EXPECT_EQ(align * rate, p.wfx->nAvgBytesPerSec) << name;
-    WORD tag = aiff ? (bits == 8 ? 0xFE01 : 0xFE02)
-                    : (name.find("f32") != std::string::npos || name.find("float") != std::string::npos ? 3 : 1);
+    bool isFloat = name.find("f32") != std::string::npos || name.find("float") != std::string::npos;
+    WORD tag = aiff ? (bits == 8 ? 0xFE01 : 0xFE02) : (isFloat ? 3 : 1);
     EXPECT_EQ(tag, p.wfx->wFormatTag) << name;
     EXPECT_EQ(DataOffsetOf(ReadFileBytes(DataPath("meta/" + name))), p.offset) << name;
     ++checked;

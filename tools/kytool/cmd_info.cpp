@@ -228,8 +228,9 @@ void PrintSideFile(const std::string &path) {
   if (FAILED(KyFMMeta_CreateMetaName(path.c_str(), side, sizeof side, FALSE))) return;
   bool exists = GetFileAttributesA(side) != INVALID_FILE_ATTRIBUTES;
   const char *state = !exists ? "not present"
-                      : KyFMMeta_IsMetaFile(path.c_str(), side) ? "attached to this file"
-                                                                 : "present, attached to another file";
+                      : KyFMMeta_IsMetaFile(path.c_str(), side)
+                          ? "attached to this file"
+                          : "present, attached to another file";
   printf("Side file:  %s (%s)\n", side, state);
 }
 
