@@ -129,7 +129,9 @@ HRESULT KYAPI KyFMMeta_fillCuesFromFile(HANDLE hFile, DWORD sampleRate, HKYLIST 
   for (DWORD i = 0; i < count; ++i) {
     memset(buf, 0, sizeof buf);
     DWORD point[6] = {};
-    if (!ReadSome(hFile, point, sizeof point, &got)) {
+    // A point cut short by the end of the file ends the list as a read error too: the chunk's
+    // size may be damaged, and reading on would only produce empty points.
+    if (!ReadSome(hFile, point, sizeof point, &got) || got != sizeof point) {
       hr = KYERR_FILE_READ;
       break;
     }

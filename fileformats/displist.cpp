@@ -99,8 +99,11 @@ HRESULT KYAPI displist_Load(HANDLE hFile, KYDISPLIST *list, LONG *remaining) {
     }
     DWORD format = 0;
     hr = S_OK;
-    // A DISP chunk too small to hold its format number is damaged.
-    if (size < 4 || !ReadExact(hFile, &format, 4)) hr = KYERR_FILE_READ;
+    // A DISP chunk too small to hold its format number, or larger than what is left of its
+    // container, is damaged.
+    if (size < 4 || size > (DWORD)(*remaining > 0 ? *remaining : 0) ||
+        !ReadExact(hFile, &format, 4))
+      hr = KYERR_FILE_READ;
     KYDISPITEM *item = SUCCEEDED(hr) ? FindFormat(list, format) : nullptr;
     if (SUCCEEDED(hr) && !item) {
       SeekBy(hFile, -4);

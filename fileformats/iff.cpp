@@ -96,9 +96,8 @@ HRESULT KYAPI iff_ReadFormType(HANDLE hFile, IFFCHUNKHDR *header, DWORD *formTyp
 }
 
 DWORD KYAPI iff_SkipChunk(HANDLE hFile, DWORD size) {
-  DWORD rounded = RoundEven(size);
-  SeekBy(hFile, (LONG)rounded);
-  return rounded;
+  SkipForward(hFile, (ULONGLONG)size + (size & 1));
+  return RoundEven(size);
 }
 
 HRESULT KYAPI iff_FindChunkHeader(HANDLE hFile, DWORD id, DWORD *size, LONG *remaining) {

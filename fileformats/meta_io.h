@@ -30,6 +30,15 @@ inline DWORD Tell(HANDLE h) { return SetFilePointer(h, 0, nullptr, FILE_CURRENT)
 inline void SeekTo(HANDLE h, DWORD pos) { SetFilePointer(h, (LONG)pos, nullptr, FILE_BEGIN); }
 inline void SeekBy(HANDLE h, LONG delta) { SetFilePointer(h, delta, nullptr, FILE_CURRENT); }
 
+// Forward move by an unsigned distance (sizes of 2 GB and more must not turn into backward
+// moves, which would let a scan revisit a chunk for ever).
+inline void SkipForward(HANDLE h, ULONGLONG distance) {
+  LARGE_INTEGER d;
+  d.QuadPart = (LONGLONG)distance;
+  if (distance) SetFilePointerEx(h, d, nullptr, FILE_CURRENT);
+}
+
+// A chunk size rounded up to even (0xFFFFFFFF wraps to 0, as a 32-bit count must).
 inline DWORD RoundEven(DWORD n) { return n + (n & 1); }
 
 // Four-character codes in RIFF (file) byte order: "LIST" is 0x5453494C.

@@ -30,7 +30,7 @@ HRESULT AppendKypi(HANDLE h, const char *mediaPath) {
   DWORD formBytes = 0;
   HRESULT hr = riff_ReadFileID(h, &formBytes, nullptr);
   if (FAILED(hr)) return hr;
-  SeekBy(h, (LONG)formBytes);  // the bytes after the form type: to the end of the form
+  SkipForward(h, formBytes);  // the bytes after the form type: to the end of the form
   const char *name = KyGetFileNamePtr(mediaPath);
   DWORD size = (DWORD)strlen(name) + 1;
   hr = riff_WriteChunkHeader(h, kKypi, size);

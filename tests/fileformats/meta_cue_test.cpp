@@ -166,6 +166,19 @@ TEST(MetaCues, DamagedFiles) {
   EXPECT_EQ(L"", got[3].name);
   for (const Cue &c : got) EXPECT_EQ(0u, c.region);
   EXPECT_EQ(12500, got[0].position);  // 10 samples at 8000 Hz
+
+  // A cue chunk whose size and count claim more points than the file holds: the points that
+  // are there are kept and the short read is reported.
+  Bytes cue = CueChunk({{1, 8}, {2, 16}});
+  cue[4] = 0xF4;  // size 0x7FFFFFF4: room for many points
+  cue[5] = 0xFF;
+  cue[6] = 0xFF;
+  cue[7] = 0x7F;
+  cue[8] = 200;  // count
+  TempFile longCue("cues_long.wav", Riff("WAVE", cue));
+  EXPECT_EQ(KYERR_FILE_READ, ReadCues(longCue.h(), 8000, got));
+  ASSERT_EQ(2u, got.size());
+  EXPECT_EQ(20000, got[1].position);
 }
 
 TEST(MetaCues, LookForMarkers) {

@@ -144,6 +144,25 @@ TEST(MetaIff, FindChunkHeaderCountsRemaining) {
   EXPECT_EQ(18u, size);
 }
 
+TEST(MetaIff, HugeChunkSizesMoveForward) {
+  // A size of 2 GB or more is a forward move past the end of the file, never a backward one
+  // that would revisit the same header for ever.
+  for (uint32_t size : {0xFFFFFFF8u, 0x80000000u, 0xFFFFFFFFu}) {
+    Bytes body = IffChunk("ABCD", {});
+    body[7] = (uint8_t)size;
+    body[6] = (uint8_t)(size >> 8);
+    body[5] = (uint8_t)(size >> 16);
+    body[4] = (uint8_t)(size >> 24);
+    TempFile f("iffhuge.aiff", IffForm("AIFF", body));
+    DWORD found = 0;
+    EXPECT_EQ(KYERR_NOT_FOUND, iff_FindChunkFromStart(f.h(), KYIFF_COMM, &found)) << size;
+    f.Seek(12);
+    EXPECT_EQ(KYERR_FILE_READ, iff_SeekChunkHeader(f.h(), KYIFF_COMM, &found)) << size;
+    f.Seek(20);
+    EXPECT_EQ(size + (size & 1), iff_SkipChunk(f.h(), size));
+  }
+}
+
 TEST(MetaIff, FindChunkFromStart) {
   TempFile f("iffstart.aiff", SmallForm());
   DWORD size = 99;
