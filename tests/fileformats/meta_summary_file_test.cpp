@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "ky_displist.h"
 #include "ky_list.h"
 #include "ky_riff.h"
 #include "ky_status.h"
@@ -203,8 +204,10 @@ TEST(MetaSummaryFile, RecordsEdgeCases) {
   EXPECT_EQ(L"", got[1].text);  // an empty chunk still gives an (empty) text
 }
 
-// Writes a WAVE file whose INFO list comes from this library's writer into the build's bin
-// folder, where a Linux-side step reads it with sndfile-info (meta_readers.cmake).
+// Writes a WAVE file whose display chunks and INFO list come from this library's writers into
+// the build's bin folder, where a Linux-side step reads it with sndfile-info
+// (meta_readers.cmake). The odd DISP payload (with its index pad byte) comes first, so the
+// reader only finds the INFO items if the chunks are laid out right.
 TEST(MetaSummaryFile, WriterOutputForIndependentReader) {
   const char *bin = getenv("TELLAROK_BIN");
   if (!bin) GTEST_SKIP() << "TELLAROK_BIN not set";
@@ -227,10 +230,33 @@ TEST(MetaSummaryFile, WriterOutputForIndependentReader) {
   KySummary_SetItem(&t, kIART, "Tellaro");
   KySummary_SetItem(&t, kICMT, "odd");
   SetFilePointer(h, 0, nullptr, FILE_END);
-  DWORD written = 0;
+  static BYTE payload[5] = {1, 2, 3, 4, 5};
+  KYDISPITEM items[2] = {{2, 0, nullptr}, {CF_TEXT, 5, payload}};
+  KYDISPLIST disp = {2, items};
+  DWORD written = 0, dispWritten = 0;
+  EXPECT_EQ(S_OK, displist_Save(h, &disp, &dispWritten));
+  EXPECT_EQ(18u, dispWritten);
   EXPECT_EQ(S_OK, KySummary_Save(h, &t, &written));
-  EXPECT_EQ(S_OK, riff_UpdateRIFFSize(h, (LONG)written));
+  EXPECT_EQ(S_OK, riff_UpdateRIFFSize(h, (LONG)(written + dispWritten)));
   CloseHandle(h);
+
+  // This library reads both back as well.
+  HANDLE r = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
+                         nullptr);
+  ASSERT_NE(INVALID_HANDLE_VALUE, r);
+  std::vector<Record> got;
+  EXPECT_EQ(S_OK, FillSummary(r, got));
+  EXPECT_EQ(3u, got.size());
+  KYDISPITEM want = {CF_TEXT, 0, nullptr};
+  KYDISPLIST in = {1, &want};
+  DWORD riffSize = 0;
+  SetFilePointer(r, 0, nullptr, FILE_BEGIN);
+  ASSERT_EQ(S_OK, riff_ReadFileID(r, &riffSize, nullptr));
+  LONG left = (LONG)riffSize;
+  EXPECT_EQ(S_OK, displist_Load(r, &in, &left));
+  EXPECT_EQ(5u, want.size);
+  displist_Free(&in);
+  CloseHandle(r);
 }
 
 }  // namespace
