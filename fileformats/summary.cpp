@@ -172,9 +172,12 @@ HRESULT __stdcall _summarylisttag::Create(IStream *stream, BOOL, _summarylisttag
       table->items[i].id = rec[0];
       DWORD chars = rec[1] / 2;
       if (chars == 0) continue;
-      WCHAR *wide = static_cast<WCHAR *>(calloc(chars + 1, sizeof(WCHAR)));
+      if (rec[1] > 0x10000000) return E_OUTOFMEMORY;  // no text of this process is that long
+      // All L bytes are read (an odd length keeps the stream in step); one more character of
+      // room keeps the text terminated whatever the stream held.
+      WCHAR *wide = static_cast<WCHAR *>(calloc(chars + 2, sizeof(WCHAR)));
       if (!wide) return E_OUTOFMEMORY;
-      hr = stream->Read(wide, chars * 2, &got);
+      hr = stream->Read(wide, rec[1], &got);
       if (FAILED(hr)) {
         free(wide);
         return hr;
@@ -184,6 +187,7 @@ HRESULT __stdcall _summarylisttag::Create(IStream *stream, BOOL, _summarylisttag
         free(wide);
         return E_OUTOFMEMORY;
       }
+      wide[chars] = 0;
       if (wide[0]) WideCharToMultiByte(CP_ACP, 0, wide, -1, text, (int)chars, nullptr, nullptr);
       text[chars - 1] = 0;
       free(wide);

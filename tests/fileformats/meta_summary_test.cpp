@@ -176,6 +176,31 @@ TEST(MetaSummary, StreamEdgeCases) {
   ASSERT_EQ(3u, u.count);
   EXPECT_STREQ("Z", u.items[0].text);
   EXPECT_EQ(nullptr, u.items[1].text);
+
+  // An odd byte length: all of it is read, and the next item is found where it starts.
+  Bytes odd;
+  Put32le(odd, 8);
+  Put32le(odd, 2);
+  Put32le(odd, kINAM);
+  Put32le(odd, 5);
+  Put16le(odd, 'A');
+  Put16le(odd, 'B');
+  odd.push_back(0x77);
+  Put32le(odd, kIART);
+  Put32le(odd, 4);
+  Put16le(odd, 'C');
+  Put16le(odd, 0);
+  h = GlobalAlloc(GMEM_MOVEABLE, odd.size());
+  memcpy(GlobalLock(h), odd.data(), odd.size());
+  GlobalUnlock(h);
+  ASSERT_EQ(S_OK, CreateStreamOnHGlobal(h, TRUE, &s));
+  Table v;
+  EXPECT_EQ(S_OK, SUMMARYLIST::Create(s, FALSE, &v));
+  s->Release();
+  ASSERT_EQ(2u, v.count);
+  EXPECT_STREQ("A", v.items[0].text);  // L / 2 = 2 bytes of room: one character and the zero
+  EXPECT_EQ(kIART, v.items[1].id);
+  EXPECT_STREQ("C", v.items[1].text);
 }
 
 // A stream whose writes fail after a number of calls.
