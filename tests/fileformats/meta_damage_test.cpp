@@ -18,64 +18,36 @@ using namespace metatest;
 namespace {
 
 Bytes SmallWave() {
-  Bytes fmt;
-  for (uint16_t v : {1, 1}) Put16le(fmt, v);
-  Put32le(fmt, 8000);
-  Put32le(fmt, 16000);
-  Put16le(fmt, 2);
-  Put16le(fmt, 16);
-  Bytes body = Chunk("fmt ", fmt);
-  Append(body, Chunk("data", Bytes(40, 1)));
-  Bytes cue;
-  Put32le(cue, 2);
-  for (uint32_t id : {1u, 2u}) {
-    Put32le(cue, id);
-    for (int i = 0; i < 4; ++i) Put32le(cue, 0);
-    Put32le(cue, id * 5);
-  }
-  Append(body, Chunk("cue ", cue));
-  Bytes adtl;
-  Append(adtl, Chunk("labl", {1, 0, 0, 0, 'o', 'n', 'e', 0}));
-  Bytes ltxt = {2, 0, 0, 0, 9, 0, 0, 0};
+  Bytes fmt, cue, ltxt = {2, 0, 0, 0, 9};
+  PutLe(fmt, {1 | 1 << 16, 8000, 16000, 2 | 16 << 16});
+  PutLe(cue, {2, 1, 0, 0, 0, 0, 5, 2, 0, 0, 0, 0, 10});
   ltxt.resize(20, 0);
-  Append(adtl, Chunk("ltxt", ltxt));
-  Append(adtl, Chunk("labl", {2, 0, 0, 0, 't', 'w', 'o', 0}));
-  Append(body, ListChunk("adtl", adtl));
-  Append(body, ListChunk("INFO", Chunk("INAM", {'n', 'a', 'm', 'e', 0})));
-  Bytes dib;
-  Put32le(dib, 40);
-  Put32le(dib, 1);
-  Put32le(dib, 1);
-  Put16le(dib, 1);
-  Put16le(dib, 24);
-  dib.resize(44, 0);
-  Bytes disp;
-  Put32le(disp, CF_DIB);
-  Append(disp, dib);
-  Append(body, Chunk("DISP", disp));
-  Append(body, Chunk("KYPI", {'a', '.', 'w', 'a', 'v', 0}));
-  return Riff("WAVE", body);
+  Bytes disp, dib;
+  PutLe(dib, {40, 1, 1, 1 | 24 << 16, 0, 0, 0, 0, 0, 0, 0});
+  PutLe(disp, CF_DIB);
+  Put(disp, dib);
+  return Riff("WAVE", Cat({Chunk("fmt ", fmt), Chunk("data", Bytes(40, 1)), Chunk("cue ", cue),
+                           ListChunk("adtl", Cat({Chunk("labl", {1, 0, 0, 0, 'o', 'n', 'e', 0}),
+                                                  Chunk("ltxt", ltxt),
+                                                  Chunk("labl", {2, 0, 0, 0, 't', 'w', 'o', 0})})),
+                           ListChunk("INFO", Chunk("INAM", {'n', 'a', 'm', 'e', 0})),
+                           Chunk("DISP", disp), Chunk("KYPI", {'a', '.', 'w', 'a', 'v', 0})}));
 }
 
 Bytes SmallAiff() {
-  Bytes comm;
-  Put16be(comm, 1);
-  Put32be(comm, 8);
-  Put16be(comm, 16);
-  for (uint16_t w : {0x400B, 0xFA00, 0, 0, 0}) Put16be(comm, w);
-  Bytes mark;
-  Put16be(mark, 2);
+  Bytes comm, mark;
+  PutBe(comm, 1, 2);
+  PutBe(comm, 8);
+  PutBe(comm, 16, 2);
+  for (uint16_t w : {0x400B, 0xFA00, 0, 0, 0}) PutBe(comm, w, 2);
+  PutBe(mark, 2, 2);
   for (uint16_t id : {1, 2}) {
-    Put16be(mark, id);
-    Put32be(mark, id * 3u);
-    mark.push_back(1);
-    mark.push_back('m');
+    PutBe(mark, id, 2);
+    PutBe(mark, id * 3u);
+    Put(mark, std::string("\1m", 2));
   }
-  Bytes ssnd(8 + 16, 0);
-  Bytes body = IffChunk("COMM", comm);
-  Append(body, IffChunk("MARK", mark));
-  Append(body, IffChunk("SSND", ssnd));
-  return IffForm("AIFF", body);
+  return IffForm("AIFF", Cat({IffChunk("COMM", comm), IffChunk("MARK", mark),
+                             IffChunk("SSND", Bytes(24, 0))}));
 }
 
 void RunReaders(const std::string &path, size_t fileSize) {
