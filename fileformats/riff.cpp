@@ -10,6 +10,8 @@ using namespace ky::riffio;
 namespace {
 
 inline DWORD RoundEven(DWORD size) { return size + (size & 1); }
+// The same without wrapping, for positions and remaining counts.
+inline ULONGLONG Padded(DWORD size) { return ULONGLONG(size) + (size & 1); }
 
 // Header reader shared by the family.
 HRESULT ReadHeader(HANDLE h, DWORD *id, DWORD *size) {
@@ -21,7 +23,7 @@ HRESULT ReadHeader(HANDLE h, DWORD *id, DWORD *size) {
 // Moves forward by the size rounded up to even; the move itself is done in 64 bits so that
 // a size of 0xFFFFFFFF still moves forward.
 DWORD Skip(HANDLE h, DWORD size) {
-  SkipForward(h, static_cast<ULONGLONG>(size) + (size & 1));
+  SkipForward(h, Padded(size));
   return RoundEven(size);
 }
 
@@ -39,7 +41,7 @@ HRESULT FindChunk(HANDLE h, DWORD id, DWORD *size, LONGLONG *count) {
       if (count) *count = c;
       return S_OK;
     }
-    if (count) *count = SubtractCount(c, RoundEven(csize));
+    if (count) *count = SubtractCount(c, Padded(csize));
     Skip(h, csize);
   }
 }
@@ -54,7 +56,7 @@ HRESULT FindList(HANDLE h, DWORD listType, DWORD *size, LONGLONG *count) {
     if (FAILED(hr)) return hr;
     if (lsize < 4) {
       // Too short to hold a type: passed over like any other chunk.
-      if (count) *count = SubtractCount(*count, RoundEven(lsize));
+      if (count) *count = SubtractCount(*count, Padded(lsize));
       Skip(h, lsize);
       continue;
     }
@@ -67,11 +69,23 @@ HRESULT FindList(HANDLE h, DWORD listType, DWORD *size, LONGLONG *count) {
       if (size) *size = lsize - 4;
       return S_OK;
     }
-    const DWORD rounded = RoundEven(lsize);
-    SkipForward(h, static_cast<ULONGLONG>(lsize) + (lsize & 1) - 4);
-    if (count) *count = SubtractCount(*count, rounded);
+    SkipForward(h, Padded(lsize) - 4);
+    if (count) *count = SubtractCount(*count, Padded(lsize));
   }
 }
+
+// The entries of a chunk list for CountEntries / SeekEntry.
+struct Entries {
+  static constexpr LONGLONG kHeader = 8;
+  static HRESULT Next(HANDLE h, ULONGLONG *taken) {
+    DWORD id = 0, size = 0;
+    HRESULT hr = ReadHeader(h, &id, &size);
+    if (FAILED(hr)) return hr;
+    Skip(h, size);
+    *taken = Padded(size);
+    return S_OK;
+  }
+};
 
 // Reads the RIFF header at offset 0 and gives the top-level count (size field minus 4).
 HRESULT TopLevel(HANDLE h, LONGLONG *count) {
@@ -125,23 +139,7 @@ HRESULT KYAPI riff_ReadDataBounded(HANDLE hFile, void *buffer, DWORD chunkSize, 
 }
 
 HRESULT KYAPI riff_ReadDataAlloc(HANDLE hFile, RIFFDATA *data) {
-  if (!data) return E_POINTER;
-  data->data = nullptr;
-  if (data->size == 0) return S_OK;
-  HGLOBAL mem = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, data->size);
-  void *p = mem ? GlobalLock(mem) : nullptr;
-  if (!p) {
-    if (mem) GlobalFree(mem);
-    return E_OUTOFMEMORY;
-  }
-  HRESULT hr = riff_ReadData(hFile, p, data->size);
-  if (FAILED(hr)) {
-    GlobalUnlock(mem);
-    GlobalFree(mem);
-    return hr;
-  }
-  data->data = p;
-  return S_OK;
+  return ReadAlloc(hFile, data, riff_ReadData);
 }
 
 HRESULT KYAPI riff_ReadChunkHeader(HANDLE hFile, DWORD *id, DWORD *size) {
@@ -239,10 +237,8 @@ HRESULT KYAPI riff_WriteFileID(HANDLE hFile, DWORD formType, DWORD size) {
 }
 
 HRESULT KYAPI riff_FindChunkHeader(HANDLE hFile, DWORD id, DWORD *size, LONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindChunk(hFile, id, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = Saturate32(count); // unchanged after a read error
-  return hr;
+  // The count comes back unchanged after a read error.
+  return WithCount(remaining, [&](LONGLONG *count) { return FindChunk(hFile, id, size, count); });
 }
 
 HRESULT KYAPI riff_FindChunkHeaderInRIFF(HANDLE hFile, DWORD id, DWORD *size, LONG *remaining) {
@@ -255,10 +251,7 @@ HRESULT KYAPI riff_FindChunkHeaderInRIFF(HANDLE hFile, DWORD id, DWORD *size, LO
 }
 
 HRESULT KYAPI riff_FindListChunk(HANDLE hFile, DWORD listType, DWORD *size, LONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindList(hFile, listType, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = Saturate32(count);
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *count) { return FindList(hFile, listType, size, count); });
 }
 
 HRESULT KYAPI riff_FindListChunkFromStart(HANDLE hFile, DWORD listType, DWORD *size) {
@@ -270,39 +263,11 @@ HRESULT KYAPI riff_FindListChunkFromStart(HANDLE hFile, DWORD listType, DWORD *s
 
 HRESULT KYAPI riff_GetNumListEntries(HANDLE hFile, DWORD *count, LONG *remaining) {
   if (!count) return E_POINTER;
-  *count = 0;
-  const ULONGLONG saved = Tell(hFile);
-  LONGLONG left = remaining ? *remaining : 0;
-  HRESULT hr = S_OK;
-  while (!remaining || left >= 8) {
-    DWORD id = 0, size = 0;
-    hr = ReadHeader(hFile, &id, &size);
-    left -= 8; // taken before the read's result is tested
-    if (FAILED(hr)) break;
-    left = SubtractCount(left, Skip(hFile, size));
-    ++*count;
-  }
-  SeekTo(hFile, saved);
-  if (remaining) *remaining = Saturate32(left);
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *left) { return CountEntries<Entries>(hFile, count, left); });
 }
 
 HRESULT KYAPI riff_SeekListEntry(HANDLE hFile, DWORD index, LONG *remaining) {
-  LONGLONG left = remaining ? *remaining : 0;
-  HRESULT hr = S_OK;
-  for (DWORD i = 0; i != index; ++i) {
-    if (remaining && left < 8) {
-      hr = KYERR_NOT_FOUND;
-      break;
-    }
-    DWORD id = 0, size = 0;
-    hr = ReadHeader(hFile, &id, &size);
-    left -= 8;
-    if (FAILED(hr)) break;
-    left = SubtractCount(left, Skip(hFile, size));
-  }
-  if (remaining) *remaining = Saturate32(left);
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *left) { return SeekEntry<Entries>(hFile, index, left); });
 }
 
 HRESULT KYAPI riff_DeleteChunk(HANDLE hFile, DWORD id, DWORD *removed, BOOL isList) {
@@ -318,7 +283,7 @@ HRESULT KYAPI riff_DeleteChunk(HANDLE hFile, DWORD id, DWORD *removed, BOOL isLi
 
   // The whole chunk: header, (list type,) data and pad byte.
   const ULONGLONG header = isList ? 12 : 8;
-  const ULONGLONG length = static_cast<ULONGLONG>(size) + (size & 1) + header;
+  const ULONGLONG length = Padded(size) + header;
   ULONGLONG dst = Tell(hFile) - header;
   ULONGLONG src = dst + length;
 
@@ -343,7 +308,7 @@ HRESULT KYAPI riff_DeleteChunk(HANDLE hFile, DWORD id, DWORD *removed, BOOL isLi
 HRESULT KYAPI riff_WriteANSIString(HANDLE hFile, const char *text, DWORD *written) {
   if (!text || !written) return E_POINTER;
   const size_t length = strlen(text) + 1; // with the terminating zero
-  char *copy = static_cast<char *>(calloc(length + 1, 1));
+  char *copy = static_cast<char *>(calloc(length, 1));
   if (!copy) return E_OUTOFMEMORY;
   memcpy(copy, text, length);
   const DWORD n = static_cast<DWORD>(length);

@@ -96,6 +96,20 @@ HRESULT FindList(HANDLE h, const GUID &listType, ULONGLONG *size, LONGLONG *coun
   }
 }
 
+// The entries of a list for CountEntries / SeekEntry; an undersized header ends the walk.
+struct Entries {
+  static constexpr LONGLONG kHeader = KY_RIFF64_HEADER_SIZE;
+  static HRESULT Next(HANDLE h, ULONGLONG *taken) {
+    GUID id{};
+    ULONGLONG stored = 0;
+    HRESULT hr = ReadHeader(h, &id, &stored);
+    if (SUCCEEDED(hr)) hr = CheckStored(stored);
+    if (FAILED(hr)) return hr;
+    *taken = Skip(h, stored - kHeader);
+    return S_OK;
+  }
+};
+
 // Reads the file header at offset 0 and gives the top-level count (stored size minus 40).
 HRESULT TopLevel(HANDLE h, LONGLONG *count) {
   SeekTo(h, 0);
@@ -164,23 +178,7 @@ HRESULT KYAPI riff64_ReadDataBounded(HANDLE hFile, void *buffer, DWORD chunkSize
 }
 
 HRESULT KYAPI riff64_ReadDataAlloc(HANDLE hFile, RIFFDATA *data) {
-  if (!data) return E_POINTER;
-  data->data = nullptr;
-  if (data->size == 0) return S_OK;
-  HGLOBAL mem = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, data->size);
-  void *p = mem ? GlobalLock(mem) : nullptr;
-  if (!p) {
-    if (mem) GlobalFree(mem);
-    return E_OUTOFMEMORY;
-  }
-  HRESULT hr = riff64_ReadData(hFile, p, data->size);
-  if (FAILED(hr)) {
-    GlobalUnlock(mem);
-    GlobalFree(mem);
-    return hr;
-  }
-  data->data = p;
-  return S_OK;
+  return ReadAlloc(hFile, data, [](HANDLE h, void *p, DWORD n) { return riff64_ReadData(h, p, n); });
 }
 
 HRESULT KYAPI riff64_SetRIFFSize(HANDLE hFile, ULONGLONG size) {
@@ -320,10 +318,7 @@ HRESULT KYAPI riff64_SeekDataStart(HANDLE hFile) {
 }
 
 HRESULT KYAPI riff64_FindChunkHeader(HANDLE hFile, GUID id, ULONGLONG *size, LONGLONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindChunk(hFile, id, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = count; // unchanged after a read error
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *count) { return FindChunk(hFile, id, size, count); });
 }
 
 HRESULT KYAPI riff64_FindChunkHeaderInRIFF(HANDLE hFile, GUID id, ULONGLONG *size,
@@ -338,10 +333,7 @@ HRESULT KYAPI riff64_FindChunkHeaderInRIFF(HANDLE hFile, GUID id, ULONGLONG *siz
 
 HRESULT KYAPI riff64_FindListChunk(HANDLE hFile, GUID listType, ULONGLONG *size,
                                    LONGLONG *remaining) {
-  LONGLONG count = remaining ? *remaining : 0;
-  HRESULT hr = FindList(hFile, listType, size, remaining ? &count : nullptr);
-  if (remaining) *remaining = count;
-  return hr;
+  return WithCount(remaining, [&](LONGLONG *count) { return FindList(hFile, listType, size, count); });
 }
 
 HRESULT KYAPI riff64_FindListChunkFromStart(HANDLE hFile, GUID listType, ULONGLONG *size) {
@@ -353,43 +345,11 @@ HRESULT KYAPI riff64_FindListChunkFromStart(HANDLE hFile, GUID listType, ULONGLO
 
 HRESULT KYAPI riff64_GetNumListEntries(HANDLE hFile, DWORD *count, LONGLONG *remaining) {
   if (!count) return E_POINTER;
-  *count = 0;
-  const ULONGLONG saved = Tell(hFile);
-  LONGLONG left = remaining ? *remaining : 0;
-  HRESULT hr = S_OK;
-  while (!remaining || left >= static_cast<LONGLONG>(kHeader)) {
-    GUID id{};
-    ULONGLONG stored = 0;
-    hr = ReadHeader(hFile, &id, &stored);
-    left = SubtractCount(left, kHeader); // taken before the read's result is tested
-    if (SUCCEEDED(hr)) hr = CheckStored(stored);
-    if (FAILED(hr)) break;
-    left = SubtractCount(left, Skip(hFile, stored - kHeader));
-    ++*count;
-  }
-  SeekTo(hFile, saved);
-  if (remaining) *remaining = left;
-  return hr;
+  return CountEntries<Entries>(hFile, count, remaining);
 }
 
 HRESULT KYAPI riff64_SeekListEntry(HANDLE hFile, DWORD index, LONGLONG *remaining) {
-  LONGLONG left = remaining ? *remaining : 0;
-  HRESULT hr = S_OK;
-  for (DWORD i = 0; i != index; ++i) {
-    if (remaining && left < static_cast<LONGLONG>(kHeader)) {
-      hr = KYERR_NOT_FOUND;
-      break;
-    }
-    GUID id{};
-    ULONGLONG stored = 0;
-    hr = ReadHeader(hFile, &id, &stored);
-    left = SubtractCount(left, kHeader);
-    if (SUCCEEDED(hr)) hr = CheckStored(stored);
-    if (FAILED(hr)) break;
-    left = SubtractCount(left, Skip(hFile, stored - kHeader));
-  }
-  if (remaining) *remaining = left;
-  return hr;
+  return SeekEntry<Entries>(hFile, index, remaining);
 }
 
 } // extern "C"

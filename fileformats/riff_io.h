@@ -5,6 +5,7 @@
 
 #include <windows.h>
 #include <limits.h>
+#include "ky_riff.h"
 #include "ky_status.h"
 
 namespace ky::riffio {
@@ -70,6 +71,75 @@ inline LONGLONG SubtractCount(LONGLONG count, ULONGLONG amount) {
 
 inline LONG Saturate32(LONGLONG v) {
   return v < LONG_MIN ? LONG_MIN : v > LONG_MAX ? LONG_MAX : static_cast<LONG>(v);
+}
+
+// Runs search(count) on a 64-bit copy of the caller's optional remaining count (null when
+// there is none) and stores the result back, saturated to the caller's type.
+template <class Count, class Search>
+HRESULT WithCount(Count *remaining, Search search) {
+  LONGLONG count = remaining ? *remaining : 0;
+  HRESULT hr = search(remaining ? &count : nullptr);
+  if (remaining) *remaining = sizeof(Count) == 4 ? Saturate32(count) : static_cast<Count>(count);
+  return hr;
+}
+
+// riff_ReadDataAlloc and its 64-bit twin: a moveable, zero-initialised, locked block of
+// data->size bytes filled by read(h, buffer, size); freed again if the read fails.
+template <class Read>
+HRESULT ReadAlloc(HANDLE h, RIFFDATA *data, Read read) {
+  if (!data) return E_POINTER;
+  data->data = nullptr;
+  if (data->size == 0) return S_OK;
+  HGLOBAL mem = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, data->size);
+  void *p = mem ? GlobalLock(mem) : nullptr;
+  if (!p) {
+    if (mem) GlobalFree(mem);
+    return E_OUTOFMEMORY;
+  }
+  HRESULT hr = read(h, p, data->size);
+  if (FAILED(hr)) {
+    GlobalUnlock(mem);
+    GlobalFree(mem);
+    return hr;
+  }
+  data->data = p;
+  return S_OK;
+}
+
+// Entry counting and seeking, shared by both families. Format gives kHeader (the header
+// size, also the least count that may hold another entry) and Next(h, &taken), which reads
+// one header (its status returned) and moves past the chunk's data, giving the bytes
+// skipped. The header is taken from the count before the read's result is tested.
+template <class Format>
+HRESULT CountEntries(HANDLE h, DWORD *count, LONGLONG *left) {
+  *count = 0;
+  const ULONGLONG saved = Tell(h);
+  HRESULT hr = S_OK;
+  while (!left || *left >= Format::kHeader) {
+    ULONGLONG taken = 0;
+    hr = Format::Next(h, &taken);
+    if (left) *left = SubtractCount(*left, Format::kHeader);
+    if (FAILED(hr)) break;
+    if (left) *left = SubtractCount(*left, taken);
+    ++*count;
+  }
+  SeekTo(h, saved); // restored in every case
+  return hr;
+}
+
+// Skips index entries, leaving the file at the header of entry index; KYERR_NOT_FOUND when
+// the count runs out first. The position is not restored on failure.
+template <class Format>
+HRESULT SeekEntry(HANDLE h, DWORD index, LONGLONG *left) {
+  for (DWORD i = 0; i != index; ++i) {
+    if (left && *left < Format::kHeader) return KYERR_NOT_FOUND;
+    ULONGLONG taken = 0;
+    HRESULT hr = Format::Next(h, &taken);
+    if (left) *left = SubtractCount(*left, Format::kHeader);
+    if (FAILED(hr)) return hr;
+    if (left) *left = SubtractCount(*left, taken);
+  }
+  return S_OK;
 }
 
 } // namespace ky::riffio

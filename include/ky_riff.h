@@ -24,10 +24,11 @@
  * that is null (checked before anything is read or written). Nothing is rolled back after a
  * failure.
  *
- * Limit: positions are 32-bit; the high half of the file pointer is dropped by
- * riff_SaveLocation and riff_DeleteChunk, and riff_RestoreLocation reaches the first 4 GiB
- * only. Signed remaining counts bound searches in containers below 2 GiB. Larger files belong
- * to the riff64_ family (ky_riff64.h).
+ * Limit: positions are 32-bit; riff_SaveLocation drops the high half of the file pointer
+ * and riff_RestoreLocation reaches the first 4 GiB only, sizes stop at 4 GiB - 1, and signed
+ * remaining counts bound searches in containers below 2 GiB (a larger RIFF size field reads
+ * as a negative count, so bounded searches of such a file end at once with KYERR_NOT_FOUND).
+ * Larger files belong to the riff64_ family (ky_riff64.h).
  *
  * Thread safety: re-entrant; the file pointer is shared state, so one handle serves one
  * caller at a time. */

@@ -7,20 +7,17 @@
 #include <string.h>
 #include <string>
 
+#include "ky_error.h"
 #include "ky_riff64.h"
 
 namespace {
 
 constexpr int kMaxDepth = 32; // deeper lists are listed but not opened
 
-typedef const char *(WINAPI *StatusTextFn)(HRESULT);
-
-// The error handler's text of a status, found at run time so that the tool works with any
-// build of the library; leading blank lines of the message are dropped.
+// The status code and the error handler's text for it, without the message's leading blank
+// lines.
 std::string StatusText(HRESULT hr) {
-  static StatusTextFn fn = reinterpret_cast<StatusTextFn>(reinterpret_cast<void *>(
-      GetProcAddress(GetModuleHandleA("tellarok.dll"), "KyErrorHandler_GetHresultString")));
-  const char *t = fn ? fn(hr) : nullptr;
+  const char *t = KyErrorHandler_GetHresultString(hr);
   char code[16];
   snprintf(code, sizeof code, "0x%08lX", static_cast<unsigned long>(hr));
   if (!t) return code;
@@ -62,11 +59,14 @@ struct Walk {
     damaged = true;
   }
 
-  // Flags a chunk whose data runs past the end of the file: reading it gives the read error.
-  void CheckEnd(int depth, ULONGLONG dataStart, ULONGLONG size) {
-    if (dataStart + size > fileSize)
-      Problem(depth, "data runs " + std::to_string(dataStart + size - fileSize) +
-                         " bytes past the end of the file", KYERR_FILE_READ);
+  // Flags a chunk whose data runs past the end of the file (reading it gives the read
+  // error); true when it does, and nothing after it can be read.
+  bool PastEnd(int depth, ULONGLONG dataStart, ULONGLONG size) {
+    const ULONGLONG left = dataStart < fileSize ? fileSize - dataStart : 0;
+    if (size <= left) return false;
+    Problem(depth, "data of " + std::to_string(size) + " bytes, but only " + std::to_string(left) +
+                       " left in the file", KYERR_FILE_READ);
+    return true;
   }
 
   // The chunks of one container level, [pos, pos + count).
@@ -78,15 +78,18 @@ struct Walk {
       if (FAILED(hr)) return Problem(depth, "chunk header at " + std::to_string(pos), hr);
       const ULONGLONG padded = ULONGLONG(size) + (size & 1);
       ++chunks;
-      if (id == KY_RIFF_ID_LIST && size >= 4) {
-        DWORD type = 0, inner = 0;
+      DWORD type = 0, inner = 0;
+      bool past = false;
+      if (id == KY_RIFF_ID_LIST) {
         riff_RestoreLocation(h, pos);
         hr = riff_ReadListHeader(h, &type, &inner);
-        if (FAILED(hr)) return Problem(depth, "list header at " + std::to_string(pos), hr);
+        if (hr == KYERR_FILE_READ) return Problem(depth, "list header at " + std::to_string(pos), hr);
+      }
+      if (id == KY_RIFF_ID_LIST && SUCCEEDED(hr)) {
         ++lists;
         printf("%s%-10lu %s  size %lu  type %s\n", Indent(depth).c_str(), (unsigned long)pos,
                Four(id).c_str(), (unsigned long)size, Four(type).c_str());
-        CheckEnd(depth + 1, ULONGLONG(pos) + 8, size);
+        past = PastEnd(depth + 1, ULONGLONG(pos) + 8, size);
         if (depth >= kMaxDepth)
           printf("%s(nested deeper than %d levels: contents not shown)\n", Indent(depth + 1).c_str(), kMaxDepth);
         else
@@ -96,14 +99,15 @@ struct Walk {
                Four(id).c_str(), (unsigned long)size, (size & 1) ? " (+1 pad)" : "");
         if (riff_ValidateChunkHeader(id, LONG(size)) == KYERR_CHUNK_BAD_LENGTH)
           Problem(depth + 1, "size above 2 GiB", KYERR_CHUNK_BAD_LENGTH);
-        CheckEnd(depth + 1, ULONGLONG(pos) + 8, size);
+        past = PastEnd(depth + 1, ULONGLONG(pos) + 8, size);
         if ((size & 1) && ULONGLONG(pos) + 8 + size == fileSize)
           printf("%s(the pad byte is missing at the end of the file)\n", Indent(depth + 1).c_str());
+        if (FAILED(hr)) Problem(depth + 1, "a LIST with no room for its type", hr);
       }
       riff_RestoreLocation(h, pos + 8);
       riff_SkipChunk(h, size);
       count -= LONGLONG(8 + padded);
-      if (ULONGLONG(pos) + 8 + padded > fileSize + 1) return; // nothing more to read
+      if (past) return;
     }
     if (count > 0)
       printf("%s(%lld bytes left over, too few for a chunk header)\n", Indent(depth).c_str(), (long long)count);
@@ -123,40 +127,40 @@ struct Walk {
         return Problem(depth, "chunk at " + std::to_string(pos) + " stores size " + std::to_string(stored),
                        stored == 0 ? KYERR_CHUNK_ZERO_LENGTH : KYERR_CHUNK_BAD_LENGTH);
       const ULONGLONG padded = (size + 7) & ~ULONGLONG(7);
-      if (memcmp(&id, &list, sizeof id) == 0 && size >= 16) {
-        GUID type{};
-        ULONGLONG inner = 0;
+      GUID type{};
+      ULONGLONG inner = 0;
+      bool past = false;
+      if (memcmp(&id, &list, sizeof id) == 0) {
         riff64_RestoreLocation(h, pos);
         hr = riff64_ReadListHeader(h, &type, &inner);
-        if (FAILED(hr)) return Problem(depth, "list header at " + std::to_string(pos), hr);
+        if (hr == KYERR_FILE_READ) return Problem(depth, "list header at " + std::to_string(pos), hr);
+      }
+      if (memcmp(&id, &list, sizeof id) == 0 && SUCCEEDED(hr)) {
         ++lists;
         printf("%s%-10llu list  size %llu  type %s\n", Indent(depth).c_str(), pos, size,
                GuidText(type).c_str());
-        CheckEnd(depth + 1, pos + KY_RIFF64_HEADER_SIZE, size);
+        past = PastEnd(depth + 1, pos + KY_RIFF64_HEADER_SIZE, size);
         if (depth >= kMaxDepth)
           printf("%s(nested deeper than %d levels: contents not shown)\n", Indent(depth + 1).c_str(), kMaxDepth);
         else
           Riff64(depth + 1, LONGLONG(inner));
       } else {
         printf("%s%-10llu %s  size %llu\n", Indent(depth).c_str(), pos, GuidText(id).c_str(), size);
-        CheckEnd(depth + 1, pos + KY_RIFF64_HEADER_SIZE, size);
+        past = PastEnd(depth + 1, pos + KY_RIFF64_HEADER_SIZE, size);
+        if (FAILED(hr)) Problem(depth + 1, "a list with no room for its type", hr);
       }
       riff64_RestoreLocation(h, pos + KY_RIFF64_HEADER_SIZE);
       riff64_SkipChunk(h, size);
+      if (past) return;
       count -= LONGLONG(KY_RIFF64_HEADER_SIZE + padded);
-      if (pos + KY_RIFF64_HEADER_SIZE + padded > fileSize + 7) return;
     }
     if (count > 0)
       printf("%s(%lld bytes left over, too few for a chunk header)\n", Indent(depth).c_str(), (long long)count);
   }
 };
 
-int Chunks(const kytool::Args &args) {
-  if (args.size() != 1) {
-    fprintf(stderr, "usage: kytool chunks FILE\n");
-    return 2;
-  }
-  const std::string &path = args[0];
+// One file's tree; 0 when it is sound, 1 when it is damaged or cannot be opened.
+int ChunksOf(const std::string &path) {
   HANDLE h = CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                          FILE_ATTRIBUTE_NORMAL, nullptr);
   if (h == INVALID_HANDLE_VALUE) {
@@ -182,7 +186,7 @@ int Chunks(const kytool::Args &args) {
     riff_RestoreLocation(h, 0);
     hr = riff_ReadFileID(h, &size, &form);
     if (FAILED(hr)) {
-      w.Problem(0, "not a RIFF file", hr);
+      w.Problem(0, "RIFF file header", hr);
     } else {
       printf("RIFF  form %s  size %lu\n", Four(form).c_str(), (unsigned long)size + 4);
       if (ULONGLONG(size) + 12 != w.fileSize)
@@ -193,6 +197,19 @@ int Chunks(const kytool::Args &args) {
   CloseHandle(h);
   printf("%u chunks, %u lists%s\n", w.chunks, w.lists, w.damaged ? ", damaged" : "");
   return w.damaged ? 1 : 0;
+}
+
+int Chunks(const kytool::Args &args) {
+  if (args.empty()) {
+    fprintf(stderr, "usage: kytool chunks FILE...\n");
+    return 2;
+  }
+  int rc = 0;
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (i) printf("\n");
+    rc |= ChunksOf(args[i]);
+  }
+  return rc;
 }
 
 int ChunksDemo(const kytool::Args &) {
@@ -207,5 +224,5 @@ int ChunksDemo(const kytool::Args &) {
 
 } // namespace
 
-KYTOOL_COMMAND("chunks", "FILE", "print the chunk tree of a RIFF or 64-bit RIFF file", Chunks,
+KYTOOL_COMMAND("chunks", "FILE...", "print the chunk tree of RIFF and 64-bit RIFF files", Chunks,
                ChunksDemo, 50);
