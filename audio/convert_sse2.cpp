@@ -183,3 +183,53 @@ void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
 }
 
 } // namespace ky::audio
+
+namespace ky::audio {
+
+void WINAPI F32ToF64Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 4;
+  PlainTail(KYSAMPLE_F64, KYSAMPLE_F32, d + blocks * 32, s + blocks * 16, n - blocks * 4, gain);
+  const bool unity = gain == 1.0f;
+  const __m128d g = _mm_set1_pd(double(gain));
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128 x = _mm_loadu_ps(reinterpret_cast<const float *>(s + b * 16));
+    __m128d lo = _mm_cvtps_pd(x), hi = _mm_cvtps_pd(_mm_movehl_ps(x, x));
+    if (!unity) {
+      lo = _mm_mul_pd(lo, g);
+      hi = _mm_mul_pd(hi, g);
+    }
+    _mm_storeu_pd(reinterpret_cast<double *>(d + b * 32), lo);
+    _mm_storeu_pd(reinterpret_cast<double *>(d + b * 32 + 16), hi);
+  }
+}
+
+// Float32 destination mixers: dst + value x factor per lane, the factor repeating every
+// `channels` samples (1, 2 or 4 channels fill the four lanes evenly).
+void MixF32S16Sse2(float *d, const int16_t *s, LONG n, const float factors[4]) {
+  const __m128 f = _mm_loadu_ps(factors);
+  LONG i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+    const __m128 lo = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16));
+    const __m128 hi = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16));
+    _mm_storeu_ps(d + i, _mm_add_ps(_mm_loadu_ps(d + i), _mm_mul_ps(lo, f)));
+    _mm_storeu_ps(d + i + 4, _mm_add_ps(_mm_loadu_ps(d + i + 4), _mm_mul_ps(hi, f)));
+  }
+  for (; i < n; ++i) d[i] = d[i] + float(s[i]) * factors[i & 3];
+}
+
+void MixF32F32Sse2(float *d, const float *s, LONG n, const float factors[4]) {
+  const __m128 f = _mm_loadu_ps(factors);
+  LONG i = 0;
+  for (; i + 8 <= n; i += 8) {
+    _mm_storeu_ps(d + i, _mm_add_ps(_mm_loadu_ps(d + i), _mm_mul_ps(_mm_loadu_ps(s + i), f)));
+    _mm_storeu_ps(d + i + 4,
+                  _mm_add_ps(_mm_loadu_ps(d + i + 4), _mm_mul_ps(_mm_loadu_ps(s + i + 4), f)));
+  }
+  for (; i < n; ++i) d[i] = d[i] + s[i] * factors[i & 3];
+}
+
+} // namespace ky::audio

@@ -2,6 +2,7 @@
 // gain envelope, or channel by channel through a map. Types 16 to 49 (the big-endian types
 // have no mixers).
 #include "audio_internal.h"
+#include "convert_variants.h"
 #include "pair_ops.h"
 
 namespace ky::audio {
@@ -9,6 +10,9 @@ namespace ky::audio {
 namespace {
 
 constexpr LONG kStackChannels = 32;
+
+// Processor level for the mixers' SSE2 loops (a test seam can lower it).
+int g_mixLevel = CpuLevel(5);
 
 bool AllUnity(const double *gains, LONG channels) {
   if (!gains) return true;
@@ -44,6 +48,19 @@ void WINAPI MixFn(void *dstv, const void *srcv, LONG n, LONG channels, const dou
   if (channels <= 0) channels = 1;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
+  if constexpr (std::is_same_v<D, TF32> && (std::is_same_v<S, TS16> || std::is_same_v<S, TF32>)) {
+    // The mix bus's common case: SSE2 when the channel gains fill four lanes evenly. The
+    // lanes do the scalar loop's float multiply and add, so the results are identical.
+    if ((channels == 1 || channels == 2 || channels == 4) && g_mixLevel >= 2) {
+      float f[4];
+      for (int k = 0; k < 4; ++k) f[k] = MixFactor<D, S>(gains ? gains[k % channels] : 1.0);
+      if constexpr (std::is_same_v<S, TS16>)
+        MixF32S16Sse2(reinterpret_cast<float *>(d), reinterpret_cast<const int16_t *>(s), n, f);
+      else
+        MixF32F32Sse2(reinterpret_cast<float *>(d), reinterpret_cast<const float *>(s), n, f);
+      return;
+    }
+  }
   if (AllUnity(gains, channels)) {
     for (LONG i = 0; i < n; ++i) MixOneUnity<D, S>(d + i * D::kBytes, s + i * S::kBytes);
     return;
@@ -175,6 +192,14 @@ HRESULT MixArgs(const WAVEFORMATEX *df, void *dst, const WAVEFORMATEX *sf, const
 } // namespace ky::audio
 
 using namespace ky::audio;
+
+// Test seam: sets the processor level the mixers choose their loops by (negative: the
+// processor's own); returns the previous level.
+extern "C" LONG WINAPI KyInternal_AudioSetMixLevel(LONG level) {
+  const LONG old = g_mixLevel;
+  g_mixLevel = level < 0 ? CpuLevel(5) : int(level);
+  return old;
+}
 
 extern "C" KYAUDIOMIXFUNC WINAPI KyAudio_GetMixFunction(const WAVEFORMATEX *dstFormat,
                                                         const WAVEFORMATEX *srcFormat) {

@@ -134,7 +134,8 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
   const KYSAMPLETYPE pairs[][2] = {{KYSAMPLE_F32, KYSAMPLE_S16},
                                    {KYSAMPLE_F32, KYSAMPLE_S24},
                                    {KYSAMPLE_S16, KYSAMPLE_F32},
-                                   {KYSAMPLE_S24, KYSAMPLE_F32}};
+                                   {KYSAMPLE_S24, KYSAMPLE_F32},
+                                   {KYSAMPLE_F64, KYSAMPLE_F32}};
   const unsigned seed = 77;
   for (auto &p : pairs) {
     const KYSAMPLETYPE d = p[0], s = p[1];
