@@ -167,6 +167,29 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
   }
 }
 
+// Large, aligned buffers take the streaming stores of the 16-bit to float32 variant.
+TEST(AudioConvert, LargeAlignedBuffersGiveThePlainBits) {
+  auto forLevel = kytest::Export<KYAUDIOCOPYFUNC(WINAPI *)(KYSAMPLETYPE, KYSAMPLETYPE, LONG)>(
+      "KyInternal_AudioConverterForLevel");
+  ASSERT_NE(forLevel, nullptr);
+  const LONG n = 300001;
+  auto *a = static_cast<float *>(VirtualAlloc(nullptr, n * 8, MEM_COMMIT, PAGE_READWRITE));
+  auto *b = static_cast<float *>(VirtualAlloc(nullptr, n * 8, MEM_COMMIT, PAGE_READWRITE));
+  ASSERT_TRUE(a && b);
+  std::vector<int16_t> src(n);
+  for (LONG i = 0; i < n; ++i) src[i] = int16_t(i * 7919);
+  for (LONG level : {2, 5}) {
+    forLevel(KYSAMPLE_F32, KYSAMPLE_S16, 0)(a, src.data(), n, 0.25f);
+    forLevel(KYSAMPLE_F32, KYSAMPLE_S16, level)(b, src.data(), n, 0.25f);
+    EXPECT_EQ(memcmp(a, b, n * 4), 0) << "level " << level;
+    memcpy(b, src.data(), n * 2); // in place
+    forLevel(KYSAMPLE_F32, KYSAMPLE_S16, level)(b, b, n, 0.25f);
+    EXPECT_EQ(memcmp(a, b, n * 4), 0) << "in place, level " << level;
+  }
+  VirtualFree(a, 0, MEM_RELEASE);
+  VirtualFree(b, 0, MEM_RELEASE);
+}
+
 TEST(AudioConvert, InPlaceEqualsOutOfPlace) {
   const unsigned seed = 5;
   for (const Type &S : kTypes) {
