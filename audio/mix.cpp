@@ -187,6 +187,20 @@ HRESULT MixArgs(const WAVEFORMATEX *df, void *dst, const WAVEFORMATEX *sf, const
   return S_OK;
 }
 
+// The one-shot mixers: look the mixer up, check the arguments, mix frames x channels.
+template <class Lookup, class Extra>
+HRESULT RunMixer(Lookup lookup, const WAVEFORMATEX *df, void *dst, const WAVEFORMATEX *sf,
+                 const void *src, LONG frames, Extra extra) {
+  if (frames == 0) return S_OK;
+  auto f = lookup(Classify(df), Classify(sf));
+  if (!f) return E_NOTIMPL;
+  const HRESULT hr = MixArgs(df, dst, sf, src, frames, true);
+  if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
+  if (!extra) return E_POINTER;
+  f(dst, src, frames * sf->nChannels, sf->nChannels, extra);
+  return S_OK;
+}
+
 } // namespace
 
 } // namespace ky::audio
@@ -209,14 +223,7 @@ extern "C" KYAUDIOMIXFUNC WINAPI KyAudio_GetMixFunction(const WAVEFORMATEX *dstF
 extern "C" HRESULT WINAPI KyAudio_Mix(const WAVEFORMATEX *dstFormat, void *dst,
                                       const WAVEFORMATEX *srcFormat, const void *src,
                                       LONG frames, const double *gains) {
-  if (frames == 0) return S_OK;
-  KYAUDIOMIXFUNC f = MixerFor(Classify(dstFormat), Classify(srcFormat));
-  if (!f) return E_NOTIMPL;
-  const HRESULT hr = MixArgs(dstFormat, dst, srcFormat, src, frames, true);
-  if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
-  if (!gains) return E_POINTER;
-  f(dst, src, frames * srcFormat->nChannels, srcFormat->nChannels, gains);
-  return S_OK;
+  return RunMixer(MixerFor, dstFormat, dst, srcFormat, src, frames, gains);
 }
 
 extern "C" KYAUDIOMIXEXFUNC WINAPI KyAudio_GetMixExFunction(const WAVEFORMATEX *dstFormat,
@@ -227,14 +234,7 @@ extern "C" KYAUDIOMIXEXFUNC WINAPI KyAudio_GetMixExFunction(const WAVEFORMATEX *
 extern "C" HRESULT WINAPI KyAudio_MixEx(const WAVEFORMATEX *dstFormat, void *dst,
                                         const WAVEFORMATEX *srcFormat, const void *src,
                                         LONG frames, tKYASRCOOKED *envelope) {
-  if (frames == 0) return S_OK;
-  KYAUDIOMIXEXFUNC f = MixExFor(Classify(dstFormat), Classify(srcFormat));
-  if (!f) return E_NOTIMPL;
-  const HRESULT hr = MixArgs(dstFormat, dst, srcFormat, src, frames, true);
-  if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
-  if (!envelope) return E_POINTER;
-  f(dst, src, frames * srcFormat->nChannels, srcFormat->nChannels, envelope);
-  return S_OK;
+  return RunMixer(MixExFor, dstFormat, dst, srcFormat, src, frames, envelope);
 }
 
 extern "C" KYAUDIOMIXCHANNELFUNC WINAPI KyAudio_GetMixChannelsFunction(
@@ -256,12 +256,9 @@ extern "C" HRESULT WINAPI KyAudio_MixChannels(const WAVEFORMATEX *dstFormat, voi
   if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
   if (!gains) return E_POINTER;
   const LONG dch = dstFormat->nChannels, sch = srcFormat->nChannels;
-  const LONG db = BytesOf(dt), sb = BytesOf(st);
-  for (LONG i = 0; i < sch; ++i) {
-    const LONG m = map[i];
-    if (m < 0 || m >= dch) continue; // not routed
-    f(static_cast<uint8_t *>(dst) + m * db, dch, static_cast<const uint8_t *>(src) + i * sb, sch,
-      frames, gains[i]);
-  }
+  ForEachMappedChannel(dstFormat, dst, srcFormat, src, map, [&](uint8_t *d, const uint8_t *s,
+                                                                LONG i) {
+    f(d, dch, s, sch, frames, gains[i]);
+  });
   return S_OK;
 }
