@@ -163,6 +163,17 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
         }
       }
     }
+    // In place, every level.
+    for (LONG level = 0; level <= 5; ++level) {
+      KYAUDIOCOPYFUNC f = forLevel(d, s, level);
+      std::vector<uint8_t> want(total * Of(d).bytes);
+      plain(want.data(), src.data(), LONG(total), 0.5f);
+      std::vector<uint8_t> buf(total * (Of(d).bytes > Of(s).bytes ? Of(d).bytes : Of(s).bytes));
+      memcpy(buf.data(), src.data(), src.size());
+      f(buf.data(), buf.data(), LONG(total), 0.5f);
+      buf.resize(want.size());
+      EXPECT_TRUE(buf == want) << Pair(d, s, 0.5f) << " in place, level " << level;
+    }
     EXPECT_GE(variants.size(), 2u) << Pair(d, s, 1) << " has no processor variant";
   }
 }
