@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ky_audio.h"
 #include "ky_displist.h"
 #include "ky_fmmeta.h"
 #include "ky_iff.h"
@@ -19,32 +20,13 @@
 
 namespace {
 
-typedef HRESULT(WINAPI *TagTextFn)(DWORD, char *, LONG);
-typedef HRESULT(WINAPI *AttribsTextFn)(const WAVEFORMATEX *, char *, LONG);
-FARPROC Find(const char *name) { return GetProcAddress(GetModuleHandleA("tellarok.dll"), name); }
-
 using kytool::StatusText;
 
-// The format as the audio family's text functions describe it, found at run time; a plain
-// description of our own where a build of the library has none.
+// The format as the audio family's text functions describe it.
 std::string FormatText(const WAVEFORMATEX &w) {
-  auto tagFn = reinterpret_cast<TagTextFn>(reinterpret_cast<void *>(Find("KyAudio_GetTagText")));
-  auto attrFn =
-      reinterpret_cast<AttribsTextFn>(reinterpret_cast<void *>(Find("KyAudio_GetAttribsText")));
   char tag[128] = "", attr[128] = "";
-  if (!tagFn || FAILED(tagFn(w.wFormatTag, tag, sizeof tag)) || !tag[0]) {
-    switch (w.wFormatTag) {
-      case WAVE_FORMAT_PCM: strcpy(tag, "PCM"); break;
-      case 3: strcpy(tag, "PCM (float)"); break;
-      case KYWAVE_FORMAT_AIFF8: strcpy(tag, "AIFF 8-bit"); break;
-      case KYWAVE_FORMAT_AIFF: strcpy(tag, "AIFF (big-endian)"); break;
-      default: snprintf(tag, sizeof tag, "format 0x%04X", w.wFormatTag);
-    }
-  }
-  if (!attrFn || FAILED(attrFn(&w, attr, sizeof attr)) || !attr[0]) {
-    snprintf(attr, sizeof attr, "%lu Hz, %u-bit, %u channel%s", (unsigned long)w.nSamplesPerSec,
-             w.wBitsPerSample, w.nChannels, w.nChannels == 1 ? "" : "s");
-  }
+  KyAudio_GetTagText(w.wFormatTag, tag, sizeof tag);  // "Unknown" for a tag nobody knows
+  KyAudio_GetAttribsText(&w, attr, sizeof attr);
   char out[300];
   snprintf(out, sizeof out, "%s, %s (tag 0x%04X)", tag, attr, w.wFormatTag);
   return out;
@@ -266,7 +248,8 @@ int Info(const kytool::Args &args) {
     printf("Audio data: at byte %llu\n", offset);
     free(wfx);
   } else {
-    printf("Format:     not a WAVE or AIFF file the library can describe\n");
+    printf("Format:     not described (the probe takes WAVE files with PCM, IEEE float or the\n"
+           "            private tags FE00-FE02, and plain AIFF files)\n");
     g_problems = true;
   }
   bool dib = false;
