@@ -1,0 +1,155 @@
+// The windowed-sinc engine of the resampler (float and double data).
+//
+// Each channel keeps the last 25 source frames in a ring; the output instant lies between
+// the ring's 13th frame (the centre) and the next one, at the fractional phase phi. Output =
+// sum over the 25 frames of frame x kernel(distance), the kernel being read from a shared
+// 1000-entry table of the Blackman-Harris windowed sinc over 13 zero crossings. The kernel
+// is not scaled by the ratio: when down-sampling, the anti-alias low-pass is what keeps
+// the band below the new Nyquist frequency.
+#include <windows.h>
+#include <math.h>
+#include <string.h>
+
+#include "resample_internal.h"
+
+namespace ky::resample {
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+// The kernel table, and the same table as (value, difference to the next entry) pairs that
+// the tap loop reads with one access. Built once, never freed.
+double g_table[kTable];
+double g_pairs[kTable][2];
+volatile LONG g_tableState = 0;  // 0 not built, 1 being built, 2 ready
+
+void BuildTable() {
+  g_table[0] = 1.0;
+  for (int k = 1; k < kTable; ++k) {
+    const double x = k * 0.013 * kPi;
+    const double theta = x / 13.0 + kPi;
+    const double w = 0.35875 - 0.48829 * cos(theta) + 0.14128 * cos(2.0 * theta) -
+                     0.01168 * cos(3.0 * theta);
+    g_table[k] = w * sin(x) / x;
+  }
+  for (int k = 0; k < kTable; ++k) {
+    g_pairs[k][0] = g_table[k];
+    g_pairs[k][1] = k + 1 < kTable ? g_table[k + 1] - g_table[k] : 0.0;
+  }
+}
+
+// The 25 kernel values for the output at phase phi: tap j (j = 0 for the newest frame)
+// lies at the distance d - j from the output instant, d = 12 - phi. The table index is the
+// distance in table steps rounded to the nearest entry (at most 998), and the value is
+// interpolated linearly from that entry, so the interpolation fraction lies in -0.5..0.5.
+inline void Kernel(double phi, double step, double *c) {
+  const double d = kHalf - phi;
+  for (int j = 0; j < kRing; ++j) {
+    const double t = fabs(d - j) * step;
+    int i = static_cast<int>(t + 0.5);
+    if (i > kTable - 2) i = kTable - 2;
+    c[j] = g_pairs[i][0] + g_pairs[i][1] * (t - i);
+  }
+}
+
+// Sum of ring x kernel, from the newest slot (idx) towards the oldest. The ring fills
+// downwards (slot 0 is followed by slot 24), so the older frames are at idx, idx + 1, ...,
+// 24 and then 0 .. idx - 1: two straight runs, no index arithmetic per tap.
+inline double Taps(const double *ring, int idx, const double *c) {
+  double s = 0.0;
+  int j = 0;
+  for (int q = idx; q < kRing; ++q) s += ring[q] * c[j++];
+  for (int q = 0; q < idx; ++q) s += ring[q] * c[j++];
+  return s;
+}
+
+template <class T>
+LONG Run(tKYRESAMPLEINSTANCE *in, int channels, T *dst, LONG dstMax, const T *src, LONG n,
+         bool drain) {
+  double *const *rings = in->history;
+  const LONG *succ = in->ringSuccessor;
+  const double inv = in->inverseRatio;
+  const double step = in->tableStep;
+  LONG idx = in->ringIndex;
+  LONG need = in->pendingFrames;
+  LONG silent = in->drainedFrames;
+  double phi = in->phase;
+  LONG pos = 0, out = 0;
+  double c[kRing];
+  for (;;) {
+    // Load the frames up to the 12th after the output instant's centre frame.
+    while (need > 0) {
+      if (pos < n) {
+        idx = succ[idx];
+        const T *f = src + static_cast<size_t>(pos) * channels;
+        for (int ch = 0; ch < channels; ++ch) rings[ch][idx] = f[ch];
+        ++pos;
+        silent = 0;
+      } else if (drain && silent < kHalf) {
+        // Past the end of the stream: silence, until the centre passes the last frame.
+        idx = succ[idx];
+        for (int ch = 0; ch < channels; ++ch) rings[ch][idx] = 0.0;
+        ++silent;
+      } else {
+        goto done;
+      }
+      --need;
+      if (in->priming && ++in->primedCount >= kPrime) in->priming = 0;
+    }
+    if (out >= dstMax) break;
+    Kernel(phi, step, c);
+    T *o = dst + static_cast<size_t>(out) * channels;
+    for (int ch = 0; ch < channels; ++ch) o[ch] = static_cast<T>(Taps(rings[ch], idx, c));
+    ++out;
+    // The phase advances by 1/ratio; its whole part is the count of frames to load before
+    // the next output, carried over to the next block when this one runs out.
+    phi += inv;
+    const double whole = floor(phi);
+    phi -= whole;
+    need += static_cast<LONG>(whole);
+  }
+done:
+  in->ringIndex = idx;
+  in->pendingFrames = need;
+  in->drainedFrames = silent;
+  in->phase = phi;
+  in->consumed = pos;
+  return out;
+}
+
+} // namespace
+
+const double *SincTable() {
+  if (InterlockedCompareExchange(&g_tableState, 2, 2) == 2) return g_table;
+  if (InterlockedCompareExchange(&g_tableState, 1, 0) == 0) {
+    BuildTable();
+    InterlockedExchange(&g_tableState, 2);
+  } else {
+    while (InterlockedCompareExchange(&g_tableState, 2, 2) != 2) Sleep(0);
+  }
+  return g_table;
+}
+
+LONG SincConvert(tKYRESAMPLEINSTANCE *in, LONG type, int channels, void *dst, LONG dstMax,
+                 void *src, LONG n, bool drain) {
+  in->consumed = 0;
+  if (drain) n = 0;
+  if (n > 0 && src == dst) return 0;
+  if (!in->history || !in->ringSuccessor || !IsFloatType(type)) return 0;
+  SincTable();
+  const bool before = FilterBefore(in);
+  // Down-sampling: the low-pass runs over the caller's source block in place, saving a
+  // copy of every block (the caller's data is changed, deliberately).
+  if (before) AntiAlias(in, type, src, channels, n);
+  LONG out;
+  if (type == kF32)
+    out = Run(in, channels, static_cast<float *>(dst), dstMax, static_cast<const float *>(src),
+              n, drain);
+  else
+    out = Run(in, channels, static_cast<double *>(dst), dstMax,
+              static_cast<const double *>(src), n, drain);
+  if (!before) AntiAlias(in, type, dst, channels, out);
+  return out;
+}
+
+} // namespace ky::resample
