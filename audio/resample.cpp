@@ -106,10 +106,38 @@ void InstallFilter(tKYRESAMPLEINSTANCE *in, bool keepHistory) {
 
 bool ValidType(LONG type) { return SampleBytes(type) != 0; }
 
+DWORD Gcd(DWORD a, DWORD b) {
+  while (b) {
+    const DWORD t = a % b;
+    a = b;
+    b = t;
+  }
+  return a;
+}
+
+// The exact phase step of a conversion between two rates: src/dst = whole + num/den.
+// keepPhase maps a running phase onto the new denominator (rounded down).
+void SetExactPhase(tKYRESAMPLEINSTANCE *in, DWORD src, DWORD dst, bool keepPhase) {
+  const DWORD g = Gcd(src, dst);
+  const DWORD s = src / g, d = dst / g;
+  in->phaseDen = d;
+  in->phaseStepWhole = s / d;
+  in->phaseStepNum = s % d;
+  in->phaseNum = keepPhase ? static_cast<DWORD>(in->phase * d) : 0;
+  if (in->phaseNum >= d) in->phaseNum = d - 1;
+  in->phase = static_cast<double>(in->phaseNum) / d;
+}
+
+// The ratio form: the phase is a double advanced by the inverse ratio.
+void SetRatioPhase(tKYRESAMPLEINSTANCE *in) {
+  in->phaseDen = in->phaseNum = in->phaseStepNum = in->phaseStepWhole = 0;
+}
+
 HRESULT Close(tKYRESAMPLEINSTANCE *in) {
   if (!in) return S_OK;
   FreeRings(in->history, in->channels);
   free(in->ringSuccessor);
+  FreeKernelCache(in);
   FreeInstance(in);
   return S_OK;
 }
@@ -151,6 +179,8 @@ HRESULT Open(HKYRESAMPLE *out, LONG type, LONG srcRate, LONG dstRate, LONG chann
     }
     for (int k = 0; k < kRing + 2; ++k) in->ringSuccessor[k] = (k - 1 + kRing) % kRing;
   }
+  SetExactPhase(in, srcRate, dstRate, false);
+  UpdateKernelCache(in);
   RestartStream(in);
   *out = in;
   return S_OK;
@@ -190,7 +220,15 @@ HRESULT Reset(tKYRESAMPLEINSTANCE *in, LONG type, LONG srcRate, LONG dstRate, bo
   in->dstRate = newDst;
   in->ratio = newRatio;
   in->inverseRatio = newInverse;
-  if (keepState && !channelChange) {
+  const bool keep = keepState && !channelChange;
+  if (rateChange) {
+    if (haveRatio)
+      SetRatioPhase(in);
+    else
+      SetExactPhase(in, newSrc, newDst, keep);
+  }
+  UpdateKernelCache(in);
+  if (keep) {
     InstallFilter(in, true);
     if (rateChange) in->srcPos = in->dstPos = 0;
   } else {
@@ -343,6 +381,7 @@ void RestartStream(tKYRESAMPLEINSTANCE *in) {
   in->ringIndex = kPrime;
   in->pendingFrames = kPrime;
   in->phase = 0.0;
+  in->phaseNum = 0;
   in->drainedFrames = 0;
   in->linearIndex = 0;
   in->lastFrameValid = 0;

@@ -43,6 +43,44 @@ inline bool FilterBefore(const tKYRESAMPLEINSTANCE *in) {
   return in->filter[0].sections > 0 && in->ratio < 1.0 && !in->filterAfter;
 }
 
+// The phase of the next output: the fraction phi in 0..1 past the frame floor(t). It
+// advances by the inverse ratio per output; for instances opened with two rates exactly,
+// as a fraction with the denominator dstRate / gcd, so that it never drifts and takes only
+// phaseDen different values.
+struct PhaseClock {
+  double phi, inv;
+  DWORD num, den, stepNum, stepWhole;
+  explicit PhaseClock(const tKYRESAMPLEINSTANCE *in)
+      : phi(in->phase), inv(in->inverseRatio), num(in->phaseNum), den(in->phaseDen),
+        stepNum(in->phaseStepNum), stepWhole(in->phaseStepWhole) {}
+  // Advances to the next output; returns the whole frames crossed.
+  LONG Advance() {
+    if (den) {
+      LONG whole = static_cast<LONG>(stepWhole);
+      num += stepNum;
+      if (num >= den) {
+        num -= den;
+        ++whole;
+      }
+      phi = static_cast<double>(num) / den;
+      return whole;
+    }
+    phi += inv;
+    const LONG whole = static_cast<LONG>(phi);  // phi >= 0: truncation is floor
+    phi -= whole;
+    return whole;
+  }
+  void Save(tKYRESAMPLEINSTANCE *in) const {
+    in->phase = phi;
+    in->phaseNum = num;
+  }
+};
+
+// Builds, keeps or frees the sinc kernel cache to match the instance's method and phase
+// denominator. A failed allocation leaves no cache: the kernel is then computed per output.
+void UpdateKernelCache(tKYRESAMPLEINSTANCE *in);
+void FreeKernelCache(tKYRESAMPLEINSTANCE *in);
+
 // The engines. Each converts one block of n source frames (a drain when `drain`: the
 // frames past the end are made up) into at most dstMax frames, returns the frames written
 // and leaves the source frames used in in->consumed.

@@ -3,9 +3,9 @@
 //
 // Output k lies at the source position t_k = t_(k-1) + 1/ratio (t_0 = 0 after a reset) and
 // blends the frames floor(t) and floor(t) + 1 by the fraction t - floor(t). The position is
-// kept as a whole frame index relative to the current block plus a fraction in 0..1, so its
-// rounding does not depend on where the blocks start: one block or many give the same
-// output. The last frame of each block is kept for the first output of the next.
+// kept as a whole frame index relative to the current block plus a fraction in 0..1 (see
+// PhaseClock), so its rounding does not depend on where the blocks start: one block or many
+// give the same output. The last frame of each block is kept for the first output of the next.
 //
 // Integer samples are blended in their own units in double precision and converted back by
 // truncation toward zero and clamping. That is the same as going through the float
@@ -146,8 +146,7 @@ LONG Run(tKYRESAMPLEINSTANCE *in, BYTE *dst, LONG dstMax, const BYTE *src, LONG 
   using Tr = Traits<Type>;
   const int channels = CH ? CH : in->channels;
   const size_t frameBytes = static_cast<size_t>(channels) * Tr::kBytes;
-  const double inv = in->inverseRatio;
-  double phi = in->phase;
+  PhaseClock clock(in);
   LONG i = in->linearIndex;  // frame floor(t), relative to this block; -1 = lastFrame
   LONG out = 0;
   while (out < dstMax) {
@@ -163,13 +162,10 @@ LONG Run(tKYRESAMPLEINSTANCE *in, BYTE *dst, LONG dstMax, const BYTE *src, LONG 
     for (int c = 0; c < channels; ++c) {
       const double x0 = a ? Tr::Load(a + c * Tr::kBytes) : in->lastFrame[c];
       const double x1 = b ? Tr::Load(b + c * Tr::kBytes) : x0;
-      Tr::Store(o + c * Tr::kBytes, x0 + (x1 - x0) * phi);
+      Tr::Store(o + c * Tr::kBytes, x0 + (x1 - x0) * clock.phi);
     }
     ++out;
-    phi += inv;
-    const double whole = floor(phi);
-    phi -= whole;
-    i += static_cast<LONG>(whole);
+    i += clock.Advance();
   }
   if (n > 0) {
     const BYTE *last = src + static_cast<size_t>(n - 1) * frameBytes;
@@ -179,7 +175,7 @@ LONG Run(tKYRESAMPLEINSTANCE *in, BYTE *dst, LONG dstMax, const BYTE *src, LONG 
   // Frames skipped when the destination filled first are not used (i < n - 1): the next
   // block goes on from the last frame of this one.
   in->linearIndex = i - n < -1 ? -1 : i - n;
-  in->phase = phi;
+  clock.Save(in);
   in->consumed = n;
   return out;
 }

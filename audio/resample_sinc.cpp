@@ -7,7 +7,9 @@
 // is not scaled by the ratio: when down-sampling, the anti-alias low-pass is what keeps
 // the band below the new Nyquist frequency.
 #include <windows.h>
+#include <emmintrin.h>
 #include <math.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include "resample_internal.h"
@@ -52,30 +54,50 @@ inline void Kernel(double phi, double step, double *c) {
   }
 }
 
+// a . b over n doubles, two lanes at a time.
+inline double Dot(const double *a, const double *b, int n) {
+  __m128d s0 = _mm_setzero_pd(), s1 = _mm_setzero_pd();
+  int i = 0;
+  for (; i + 4 <= n; i += 4) {
+    s0 = _mm_add_pd(s0, _mm_mul_pd(_mm_loadu_pd(a + i), _mm_loadu_pd(b + i)));
+    s1 = _mm_add_pd(s1, _mm_mul_pd(_mm_loadu_pd(a + i + 2), _mm_loadu_pd(b + i + 2)));
+  }
+  if (i + 2 <= n) {
+    s0 = _mm_add_pd(s0, _mm_mul_pd(_mm_loadu_pd(a + i), _mm_loadu_pd(b + i)));
+    i += 2;
+  }
+  s0 = _mm_add_pd(s0, s1);
+  double r = _mm_cvtsd_f64(s0) + _mm_cvtsd_f64(_mm_unpackhi_pd(s0, s0));
+  if (i < n) r += a[i] * b[i];
+  return r;
+}
+
 // Sum of ring x kernel, from the newest slot (idx) towards the oldest. The ring fills
 // downwards (slot 0 is followed by slot 24), so the older frames are at idx, idx + 1, ...,
 // 24 and then 0 .. idx - 1: two straight runs, no index arithmetic per tap.
 inline double Taps(const double *ring, int idx, const double *c) {
-  double s = 0.0;
-  int j = 0;
-  for (int q = idx; q < kRing; ++q) s += ring[q] * c[j++];
-  for (int q = 0; q < idx; ++q) s += ring[q] * c[j++];
-  return s;
+  return Dot(ring + idx, c, kRing - idx) + Dot(ring, c + (kRing - idx), idx);
 }
+
+// The kernels of every phase are cached when there are few phases (the denominator of an
+// exact phase); beyond this many the kernel is computed per output.
+constexpr DWORD kMaxCachedPhases = 1024;
 
 template <class T>
 LONG Run(tKYRESAMPLEINSTANCE *in, int channels, T *dst, LONG dstMax, const T *src, LONG n,
          bool drain) {
   double *const *rings = in->history;
   const LONG *succ = in->ringSuccessor;
-  const double inv = in->inverseRatio;
   const double step = in->tableStep;
+  const double *cache = in->kernelCache && in->kernelCacheDen == in->phaseDen && in->phaseDen
+                            ? in->kernelCache
+                            : nullptr;
+  PhaseClock clock(in);
   LONG idx = in->ringIndex;
   LONG need = in->pendingFrames;
   LONG silent = in->drainedFrames;
-  double phi = in->phase;
   LONG pos = 0, out = 0;
-  double c[kRing];
+  double own[kRing];
   for (;;) {
     // Load the frames up to the 12th after the output instant's centre frame.
     while (need > 0) {
@@ -97,22 +119,23 @@ LONG Run(tKYRESAMPLEINSTANCE *in, int channels, T *dst, LONG dstMax, const T *sr
       if (in->priming && ++in->primedCount >= kPrime) in->priming = 0;
     }
     if (out >= dstMax) break;
-    Kernel(phi, step, c);
+    const double *c = own;
+    if (cache)
+      c = cache + static_cast<size_t>(clock.num) * kRing;
+    else
+      Kernel(clock.phi, step, own);
     T *o = dst + static_cast<size_t>(out) * channels;
     for (int ch = 0; ch < channels; ++ch) o[ch] = static_cast<T>(Taps(rings[ch], idx, c));
     ++out;
-    // The phase advances by 1/ratio; its whole part is the count of frames to load before
-    // the next output, carried over to the next block when this one runs out.
-    phi += inv;
-    const double whole = floor(phi);
-    phi -= whole;
-    need += static_cast<LONG>(whole);
+    // The whole frames the phase crosses are the frames to load before the next output,
+    // carried over to the next block when this one runs out.
+    need += clock.Advance();
   }
 done:
   in->ringIndex = idx;
   in->pendingFrames = need;
   in->drainedFrames = silent;
-  in->phase = phi;
+  clock.Save(in);
   in->consumed = pos;
   return out;
 }
@@ -128,6 +151,29 @@ const double *SincTable() {
     while (InterlockedCompareExchange(&g_tableState, 2, 2) != 2) Sleep(0);
   }
   return g_table;
+}
+
+void FreeKernelCache(tKYRESAMPLEINSTANCE *in) {
+  free(in->kernelCache);
+  in->kernelCache = nullptr;
+  in->kernelCacheDen = 0;
+}
+
+void UpdateKernelCache(tKYRESAMPLEINSTANCE *in) {
+  const DWORD den = in->phaseDen;
+  if (in->method != 3 || !in->history || den == 0 || den > kMaxCachedPhases) {
+    FreeKernelCache(in);
+    return;
+  }
+  if (in->kernelCache && in->kernelCacheDen == den) return;
+  FreeKernelCache(in);
+  SincTable();
+  double *cache = static_cast<double *>(malloc(sizeof(double) * kRing * den));
+  if (!cache) return;
+  for (DWORD k = 0; k < den; ++k)
+    Kernel(static_cast<double>(k) / den, in->tableStep, cache + static_cast<size_t>(k) * kRing);
+  in->kernelCache = cache;
+  in->kernelCacheDen = den;
 }
 
 LONG SincConvert(tKYRESAMPLEINSTANCE *in, LONG type, int channels, void *dst, LONG dstMax,

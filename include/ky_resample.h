@@ -125,6 +125,15 @@ typedef struct tKYRESAMPLEINSTANCE {
   LONG drainedFrames;       /* engine: frames of silence loaded since the last source frame */
   LONG consumed;            /* engine: source frames used by the last block */
   double lastFrame[KYRESAMPLE_MAXCHANNELS]; /* engine: linear, last frame of the last block */
+  /* engine: for instances opened with two rates the phase is kept exactly, as the fraction
+     phaseNum / phaseDen (phaseDen = dstRate / gcd), and advances by phaseStepWhole frames
+     plus phaseStepNum / phaseDen per output; phaseDen 0 = the ratio form (double phase). */
+  DWORD phaseNum;
+  DWORD phaseDen;
+  DWORD phaseStepNum;
+  DWORD phaseStepWhole;
+  double *kernelCache;      /* engine: sinc, the 25 kernel values of every phase, when few */
+  DWORD kernelCacheDen;     /* engine: phaseDen the cache was built for */
 } tKYRESAMPLEINSTANCE;
 KY_CHECK_OFFSET(tKYRESAMPLEINSTANCE, ratio, 16);
 KY_CHECK_OFFSET(tKYRESAMPLEINSTANCE, prevValue, 40);
@@ -137,7 +146,8 @@ KY_CHECK_OFFSET(tKYRESAMPLEINSTANCE, tableStep, 5752);
 KY_CHECK_OFFSET(tKYRESAMPLEINSTANCE, ringSuccessor, 5768);
 KY_CHECK_OFFSET(tKYRESAMPLEINSTANCE, phase, 5776);
 KY_CHECK_OFFSET(tKYRESAMPLEINSTANCE, lastFrame, 5800);
-KY_CHECK_SIZE(tKYRESAMPLEINSTANCE, 6056);
+KY_CHECK_OFFSET(tKYRESAMPLEINSTANCE, phaseNum, 6056);
+KY_CHECK_SIZE(tKYRESAMPLEINSTANCE, 6080);
 
 typedef tKYRESAMPLEINSTANCE *HKYRESAMPLE;
 
