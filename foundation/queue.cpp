@@ -213,3 +213,10 @@ int __cdecl IsInKyQueue(tKYQHEAD *head, tKYQELM *element) {
     return 0;
   });
 }
+
+// The same test under a plain name for C clients (the C++ one above keeps its decorated
+// export): the assembler label gives it the cdecl symbol of a C function "IsInKyQueue".
+extern "C" int __cdecl IsInKyQueuePlain(tKYQHEAD *head, tKYQELM *element) __asm__("_IsInKyQueue");
+extern "C" int __cdecl IsInKyQueuePlain(tKYQHEAD *head, tKYQELM *element) {
+  return IsInKyQueue(head, element);
+}

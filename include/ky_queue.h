@@ -103,11 +103,11 @@ KY_IMPORT int KYAPI KyQueueMoveToHead(tKYQHEAD *head, tKYQELM *element);
 
 KY_END_DECLS
 
-#ifdef __cplusplus
 /* 1 when `element` is linked in this queue, else 0. An element with a null link answers 0
- * without taking the lock; otherwise the queue is walked under the lock. Exported under its
- * C++ decorated name (cdecl). */
+ * without taking the lock; otherwise the queue is walked under the lock (cdecl).
+ * Exported twice: C++ clients bind to its C++ decorated name, C clients to the plain name
+ * "IsInKyQueue"; both are the same test. Declared after the C block on purpose: in C++ this
+ * is the decorated C++ function, in C the plain one. */
 KY_IMPORT int KYAPI_CDECL IsInKyQueue(tKYQHEAD *head, tKYQELM *element);
-#endif
 
 #endif

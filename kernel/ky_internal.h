@@ -80,6 +80,10 @@ void FreeAllScratch();
 char LocaleThousandSeparator();
 char LocaleDecimalSeparator();
 
+// Text formatter internals: copies text into dst (size characters, always terminated)
+// expanding only its "$(Name)" tokens; '%' and the other '$' forms stay as they are.
+LONG ExpandTokens(char *dst, LONG size, const char *text);
+
 // ---- seams ----
 // Message boxes: tests install a hook so that nothing waits for a click.
 typedef int (WINAPI *MessageBoxHook)(HWND owner, const char *text, const char *caption, UINT style);

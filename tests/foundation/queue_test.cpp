@@ -6,6 +6,8 @@
 #include <vector>
 #include "ky_queue.h"
 
+extern "C" int QueueIsInFromC(tKYQHEAD *head, tKYQELM *element);
+
 namespace {
 
 struct Item {
@@ -348,6 +350,109 @@ TEST_F(QueueTest, ProducersAndConsumerLoseNothing) {
   EXPECT_EQ(nullptr, KyQueueRemove(&q, 0));
   EXPECT_FALSE(Signalled(q));
   delete p;
+}
+
+
+// ---- IsInKyQueue under both export names ----
+
+TEST_F(QueueTest, IsInKyQueuePlainExportForCClients) {
+  HMODULE dll = GetModuleHandleA("tellarok.dll");
+  FARPROC plain = GetProcAddress(dll, "IsInKyQueue");
+  FARPROC decorated = GetProcAddress(dll, "_Z11IsInKyQueueP8tKYQHEADP7tKYQELM");
+  ASSERT_NE(nullptr, plain);
+  ASSERT_NE(nullptr, decorated);
+  KyQueueInsert(&q, &items[0].link);
+  Item loose{{nullptr, nullptr}, 0};
+  EXPECT_EQ(1, QueueIsInFromC(&q, &items[0].link));
+  EXPECT_EQ(0, QueueIsInFromC(&q, &loose.link));
+  tKYQHEAD other;
+  ZeroMemory(&other, sizeof other);
+  ASSERT_EQ(1, KyQueueInitialize(&other));
+  KyQueueInsert(&other, &items[1].link);
+  EXPECT_EQ(0, QueueIsInFromC(&q, &items[1].link)) << "linked in another queue";
+  KyQueueDelete(&other);
+}
+
+// ---- several producers and several consumers ----
+// Producers insert at both ends, consumers remove from both ends; every element must be
+// taken exactly once. Bounded in time: consumers give up at a deadline.
+
+constexpr int kStressPerProducer = 2000;
+
+struct Stress {
+  tKYQHEAD *q;
+  std::vector<Item> items;
+  std::vector<LONG> taken;
+  volatile LONG removed = 0;
+  LONG total = 0;
+  ULONGLONG deadline = 0;
+};
+
+struct StressArg {
+  Stress *s;
+  int index;
+};
+
+unsigned __stdcall StressProduce(void *arg) {
+  auto *a = static_cast<StressArg *>(arg);
+  for (int i = 0; i < kStressPerProducer; ++i) {
+    Item &it = a->s->items[a->index * kStressPerProducer + i];
+    it.value = a->index * kStressPerProducer + i;
+    if (i % 3 == 1) {
+      KyQueueInsertHead(a->s->q, &it.link);
+    } else {
+      KyQueueInsert(a->s->q, &it.link);
+    }
+    if (i % 64 == 0) Sleep(0);
+  }
+  return 0;
+}
+
+unsigned __stdcall StressConsume(void *arg) {
+  auto *a = static_cast<StressArg *>(arg);
+  Stress *s = a->s;
+  int turn = a->index;
+  while (s->removed < s->total && GetTickCount64() < s->deadline) {
+    tKYQELM *e = (turn++ & 1) ? KyQueueRemoveTail(s->q, 20) : KyQueueRemove(s->q, 20);
+    if (!e) continue;
+    if (e->next || e->prev) InterlockedIncrement(&s->taken[0]);  // links must be nulled
+    InterlockedIncrement(&s->taken[1 + AsItem(e)->value]);
+    InterlockedIncrement(&s->removed);
+  }
+  return 0;
+}
+
+TEST_F(QueueTest, ManyProducersManyConsumersTakeEachElementOnce) {
+  // Under the emulator only one extra thread may run: one producer there, and the main
+  // thread consumes beside it.
+  const int workers = kytest::WorkerThreads(6);
+  const int producers = workers >= 6 ? 3 : 1;
+  const int consumers = workers - producers;
+  Stress s;
+  s.q = &q;
+  s.total = producers * kStressPerProducer;
+  s.items.resize(static_cast<size_t>(s.total));
+  s.taken.assign(static_cast<size_t>(s.total) + 1, 0);
+  s.deadline = GetTickCount64() + 30000;
+  std::vector<StressArg> args(static_cast<size_t>(workers));
+  std::vector<HANDLE> threads;
+  for (int i = 0; i < workers; ++i) {
+    args[i] = {&s, i < producers ? i : i - producers};
+    HANDLE t = reinterpret_cast<HANDLE>(_beginthreadex(
+        nullptr, 0, i < producers ? StressProduce : StressConsume, &args[i], 0, nullptr));
+    ASSERT_NE(nullptr, t);
+    threads.push_back(t);
+  }
+  StressArg mainConsumer{&s, 1};
+  StressConsume(&mainConsumer);
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForMultipleObjects(static_cast<DWORD>(threads.size()),
+                                                  threads.data(), TRUE, 30000));
+  for (HANDLE t : threads) CloseHandle(t);
+  EXPECT_EQ(s.total, s.removed) << consumers << " consumer threads and the main thread";
+  EXPECT_EQ(0, s.taken[0]) << "removed elements with links left";
+  for (LONG i = 0; i < s.total; ++i) ASSERT_EQ(1, s.taken[1 + static_cast<size_t>(i)]) << "element " << i;
+  EXPECT_EQ(nullptr, KyQueueRemove(&q, 0));
+  EXPECT_FALSE(Signalled(q));
 }
 
 }  // namespace
