@@ -136,7 +136,7 @@ void IirRun(tKYIIRSTATE *states, LONG type, void *data, int channels, int frames
   // length of this call (sample by sample, so the result is the same for any blocking).
   const unsigned int csr = _mm_getcsr();
   _mm_setcsr(csr | 0x8040);  // flush-to-zero and denormals-are-zero
-  if (type == kF32)
+  if (type == KYSAMPLE_F32)
     RunAll(states, static_cast<float *>(data), channels, frames);
   else
     RunAll(states, static_cast<double *>(data), channels, frames);

@@ -5,21 +5,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "audio_internal.h"
 #include "ky_internal.h"
 #include "resample_internal.h"
 
 namespace ky::resample {
 
-int SampleBytes(LONG type) {
-  switch (type) {
-  case kU8: case kS8: return 1;
-  case kS16: case kS16be: return 2;
-  case kS24: case kS24be: return 3;
-  case kS32: case kS32be: case kF32: case kS24in32: return 4;
-  case kF64: return 8;
-  default: return 0;
-  }
-}
+int SampleBytes(LONG type) { return ky::audio::BytesOf(type); }
 
 namespace {
 
@@ -275,46 +267,10 @@ LONGLONG ToFrame(double x) {
   return static_cast<LONGLONG>(x);
 }
 
-// Sample type of a format: the classes the resampler handles (tag, bits).
-LONG TypeOfFormat(const WAVEFORMATEX *f) {
-  switch (f->wFormatTag) {
-  case WAVE_FORMAT_PCM:
-    switch (f->wBitsPerSample) {
-    case 8: return kU8;
-    case 16: return kS16;
-    case 24: return kS24;
-    case 32: return kS32;
-    }
-    return 0;
-  case 3:  // IEEE float
-    return f->wBitsPerSample == 32 ? kF32 : f->wBitsPerSample == 64 ? kF64 : 0;
-  case 0xFE00:
-    return f->wBitsPerSample == 24 || f->wBitsPerSample == 32 ? kS24in32 : 0;
-  case 0xFE01:
-    switch (f->wBitsPerSample) {
-    case 8: return kS8;
-    case 16: return kS16;
-    case 24: return kS24;
-    case 32: return kS32;
-    }
-    return 0;
-  case 0xFE02:
-    switch (f->wBitsPerSample) {
-    case 8: return kU8;
-    case 16: return kS16be;
-    case 24: return kS24be;
-    case 32: return kS32be;
-    }
-    return 0;
-  default:
-    return 0;
-  }
-}
-
 HRESULT OneShot(const WAVEFORMATEX *format, void *dst, LONG dstFrames, const void *src,
                 LONG srcFrames) {
   if (!format || !dst || !src || dstFrames <= 0 || srcFrames <= 0) return S_OK;
-  const LONG type = TypeOfFormat(format);
+  const LONG type = ky::audio::Classify(format);
   const int channels = format->nChannels;
   const double rate = format->nSamplesPerSec;
   const double dstRate = floor(static_cast<double>(dstFrames) / srcFrames * rate);
@@ -353,7 +309,7 @@ HRESULT OneShot(const WAVEFORMATEX *format, void *dst, LONG dstFrames, const voi
 HRESULT Stupid(const WAVEFORMATEX *format, void *dst, LONG dstFrames, const void *src,
                LONG srcFrames) {
   if (!format) return E_POINTER;
-  const LONG type = TypeOfFormat(format);
+  const LONG type = ky::audio::Classify(format);
   if (!type || format->nChannels < 1) return E_FAIL;
   if (dstFrames <= 0 || srcFrames <= 0) return S_OK;
   if (!dst || !src) return E_POINTER;

@@ -7,13 +7,9 @@
 
 namespace ky::resample {
 
-// Sample types this code handles (the values of KYSAMPLETYPE).
-constexpr LONG kU8 = 16, kS16 = 17, kS24 = 18, kS32 = 19, kF32 = 32, kF64 = 33,
-               kS24in32 = 48, kS8 = 49, kS16be = 64, kS24be = 65, kS32be = 66;
-
 // Bytes of one sample of a type; 0 for a value that is no sample type.
 int SampleBytes(LONG type);
-inline bool IsFloatType(LONG type) { return type == kF32 || type == kF64; }
+inline bool IsFloatType(LONG type) { return type == KYSAMPLE_F32 || type == KYSAMPLE_F64; }
 
 // The sinc engine's geometry: 25 taps, 12 on each side of the centre frame, and the shared
 // kernel table over 13 zero crossings.

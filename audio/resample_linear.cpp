@@ -15,135 +15,32 @@
 #include <string.h>
 
 #include "resample_internal.h"
+#include "sample_io.h"
 
 namespace ky::resample {
 namespace {
 
-inline double Clamp(double v, double lo, double hi) { return v < lo ? lo : (v > hi ? hi : v); }
-
-inline LONG Le24(const BYTE *p) {
-  return static_cast<LONG>(static_cast<DWORD>(p[0]) << 8 | static_cast<DWORD>(p[1]) << 16 |
-                           static_cast<DWORD>(p[2]) << 24) >> 8;
-}
-inline LONG Be24(const BYTE *p) {
-  return static_cast<LONG>(static_cast<DWORD>(p[2]) << 8 | static_cast<DWORD>(p[1]) << 16 |
-                           static_cast<DWORD>(p[0]) << 24) >> 8;
-}
-inline DWORD Le32(const BYTE *p) {
-  DWORD v;
-  memcpy(&v, p, 4);
-  return v;
-}
-inline void PutLe32(BYTE *p, DWORD v) { memcpy(p, &v, 4); }
+using namespace ky::audio;
 
 // Load: a sample as a double in the type's own units; Store: truncate, clamp and write.
-template <LONG Type> struct Traits;
-
-template <> struct Traits<kU8> {
-  static constexpr int kBytes = 1;
-  static double Load(const BYTE *p) { return static_cast<double>(static_cast<int>(*p) - 128); }
-  static void Store(BYTE *p, double v) {
-    *p = static_cast<BYTE>(static_cast<int>(Clamp(v, -128.0, 127.0)) ^ 0x80);
-  }
+template <class A, bool Float = A::kFloat> struct Io {
+  static constexpr int kBytes = A::kBytes;
+  static double Load(const BYTE *p) { return A::Value(p); }
+  static void Store(BYTE *p, double v) { StoreClamped<A>(p, v); }
 };
-template <> struct Traits<kS8> {
-  static constexpr int kBytes = 1;
-  static double Load(const BYTE *p) { return static_cast<double>(static_cast<signed char>(*p)); }
-  static void Store(BYTE *p, double v) {
-    *p = static_cast<BYTE>(static_cast<int>(Clamp(v, -128.0, 127.0)));
-  }
-};
-template <> struct Traits<kS16> {
-  static constexpr int kBytes = 2;
-  static double Load(const BYTE *p) {
-    short s;
-    memcpy(&s, p, 2);
-    return s;
-  }
-  static void Store(BYTE *p, double v) {
-    const short s = static_cast<short>(Clamp(v, -32768.0, 32767.0));
-    memcpy(p, &s, 2);
-  }
-};
-template <> struct Traits<kS16be> {
-  static constexpr int kBytes = 2;
-  static double Load(const BYTE *p) { return static_cast<short>(p[0] << 8 | p[1]); }
-  static void Store(BYTE *p, double v) {
-    const int s = static_cast<int>(Clamp(v, -32768.0, 32767.0));
-    p[0] = static_cast<BYTE>(s >> 8);
-    p[1] = static_cast<BYTE>(s);
-  }
-};
-template <> struct Traits<kS24> {
-  static constexpr int kBytes = 3;
-  static double Load(const BYTE *p) { return Le24(p); }
-  static void Store(BYTE *p, double v) {
-    const int s = static_cast<int>(Clamp(v, -8388608.0, 8388607.0));
-    p[0] = static_cast<BYTE>(s);
-    p[1] = static_cast<BYTE>(s >> 8);
-    p[2] = static_cast<BYTE>(s >> 16);
-  }
-};
-template <> struct Traits<kS24be> {
-  static constexpr int kBytes = 3;
-  static double Load(const BYTE *p) { return Be24(p); }
-  static void Store(BYTE *p, double v) {
-    const int s = static_cast<int>(Clamp(v, -8388608.0, 8388607.0));
-    p[0] = static_cast<BYTE>(s >> 16);
-    p[1] = static_cast<BYTE>(s >> 8);
-    p[2] = static_cast<BYTE>(s);
-  }
-};
-template <> struct Traits<kS32> {
-  static constexpr int kBytes = 4;
-  static double Load(const BYTE *p) { return static_cast<LONG>(Le32(p)); }
-  static void Store(BYTE *p, double v) {
-    PutLe32(p, static_cast<DWORD>(static_cast<LONG>(Clamp(v, -2147483648.0, 2147483647.0))));
-  }
-};
-template <> struct Traits<kS32be> {
-  static constexpr int kBytes = 4;
-  static double Load(const BYTE *p) { return static_cast<LONG>(_byteswap_ulong(Le32(p))); }
-  static void Store(BYTE *p, double v) {
-    const LONG s = static_cast<LONG>(Clamp(v, -2147483648.0, 2147483647.0));
-    PutLe32(p, _byteswap_ulong(static_cast<DWORD>(s)));
-  }
-};
-template <> struct Traits<kS24in32> {
-  static constexpr int kBytes = 4;
-  static double Load(const BYTE *p) { return static_cast<LONG>(Le32(p) << 8) >> 8; }
-  static void Store(BYTE *p, double v) {
-    PutLe32(p, static_cast<DWORD>(static_cast<LONG>(Clamp(v, -8388608.0, 8388607.0))));
-  }
-};
-template <> struct Traits<kF32> {
-  static constexpr int kBytes = 4;
-  static double Load(const BYTE *p) {
-    float f;
-    memcpy(&f, p, 4);
-    return f;
-  }
-  static void Store(BYTE *p, double v) {
-    const float f = static_cast<float>(v);
-    memcpy(p, &f, 4);
-  }
-};
-template <> struct Traits<kF64> {
-  static constexpr int kBytes = 8;
-  static double Load(const BYTE *p) {
-    double d;
-    memcpy(&d, p, 8);
-    return d;
-  }
-  static void Store(BYTE *p, double v) { memcpy(p, &v, 8); }
+template <class A> struct Io<A, true> {
+  static constexpr int kBytes = A::kBytes;
+  using Sample = decltype(A::Load(nullptr));
+  static double Load(const BYTE *p) { return A::Load(p); }
+  static void Store(BYTE *p, double v) { A::Store(p, static_cast<Sample>(v)); }
 };
 
 // The loop for one type; CH is the channel count when it is known at compile time (the
 // specialised mono and stereo loops), 0 for the general loop.
-template <LONG Type, int CH>
+template <class A, int CH>
 LONG Run(tKYRESAMPLEINSTANCE *in, BYTE *dst, LONG dstMax, const BYTE *src, LONG n,
          bool drain) {
-  using Tr = Traits<Type>;
+  using Tr = Io<A>;
   const int channels = CH ? CH : in->channels;
   const size_t frameBytes = static_cast<size_t>(channels) * Tr::kBytes;
   PhaseClock clock(in);
@@ -180,13 +77,13 @@ LONG Run(tKYRESAMPLEINSTANCE *in, BYTE *dst, LONG dstMax, const BYTE *src, LONG 
   return out;
 }
 
-template <LONG Type>
+template <class A>
 LONG Specialised(tKYRESAMPLEINSTANCE *in, BYTE *dst, LONG dstMax, const BYTE *src, LONG n,
                  bool drain) {
   switch (in->channels) {
-  case 1: return Run<Type, 1>(in, dst, dstMax, src, n, drain);
-  case 2: return Run<Type, 2>(in, dst, dstMax, src, n, drain);
-  default: return Run<Type, 0>(in, dst, dstMax, src, n, drain);
+  case 1: return Run<A, 1>(in, dst, dstMax, src, n, drain);
+  case 2: return Run<A, 2>(in, dst, dstMax, src, n, drain);
+  default: return Run<A, 0>(in, dst, dstMax, src, n, drain);
   }
 }
 
@@ -205,18 +102,18 @@ LONG LinearConvert(tKYRESAMPLEINSTANCE *in, LONG type, void *dstV, LONG dstMax, 
   LONG out;
   switch (type) {
   // Mono and stereo loops specialised for the common types...
-  case kU8: out = Specialised<kU8>(in, dst, dstMax, src, n, drain); break;
-  case kS16: out = Specialised<kS16>(in, dst, dstMax, src, n, drain); break;
-  case kS24: out = Specialised<kS24>(in, dst, dstMax, src, n, drain); break;
-  case kS32: out = Specialised<kS32>(in, dst, dstMax, src, n, drain); break;
-  case kF32: out = Specialised<kF32>(in, dst, dstMax, src, n, drain); break;
-  case kF64: out = Specialised<kF64>(in, dst, dstMax, src, n, drain); break;
-  case kS24in32: out = Specialised<kS24in32>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_U8: out = Specialised<TU8>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S16: out = Specialised<TS16>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S24: out = Specialised<TS24>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S32: out = Specialised<TS32>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_F32: out = Specialised<TF32>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_F64: out = Specialised<TF64>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S24IN32: out = Specialised<TS24IN32>(in, dst, dstMax, src, n, drain); break;
   // ...and the general loop for the rest.
-  case kS8: out = Run<kS8, 0>(in, dst, dstMax, src, n, drain); break;
-  case kS16be: out = Run<kS16be, 0>(in, dst, dstMax, src, n, drain); break;
-  case kS24be: out = Run<kS24be, 0>(in, dst, dstMax, src, n, drain); break;
-  case kS32be: out = Run<kS32be, 0>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S8: out = Run<TS8, 0>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S16BE: out = Run<TS16BE, 0>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S24BE: out = Run<TS24BE, 0>(in, dst, dstMax, src, n, drain); break;
+  case KYSAMPLE_S32BE: out = Run<TS32BE, 0>(in, dst, dstMax, src, n, drain); break;
   default: return 0;
   }
   if (filter && !before) AntiAlias(in, type, dstV, in->channels, out);

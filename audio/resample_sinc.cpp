@@ -188,7 +188,7 @@ LONG SincConvert(tKYRESAMPLEINSTANCE *in, LONG type, int channels, void *dst, LO
   // copy of every block (the caller's data is changed, deliberately).
   if (before) AntiAlias(in, type, src, channels, n);
   LONG out;
-  if (type == kF32)
+  if (type == KYSAMPLE_F32)
     out = Run(in, channels, static_cast<float *>(dst), dstMax, static_cast<const float *>(src),
               n, drain);
   else

@@ -26,8 +26,6 @@
 #include "ky_base.h"
 #include "ky_audio.h"
 
-typedef LONG KYSAMPLETYPE; /* the sample types of ky_audio.h (identical redefinition) */
-
 /* ---------------------------------------------------------------------------------------
  * IIR filters: Butterworth low- and high-pass cascades of order 1 to 6, run as second-order
  * sections in transposed direct form II in double precision. */
