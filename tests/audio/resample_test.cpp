@@ -10,6 +10,8 @@
 
 #include "ky_resample.h"
 
+extern "C" long ResampleOpenCloseFromC(void);
+
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
@@ -351,6 +353,7 @@ TEST(Resample, OpenSplitsFlagsAndRefusesBadArguments) {
   KyAudio_ResampleClose(h);
   EXPECT_EQ(E_INVALIDARG, KyAudio_ResampleOpenEx(&h, kF64, 2, 0.0, 3));
   EXPECT_EQ(E_INVALIDARG, KyAudio_ResampleOpenEx(&h, kF64, 2, NAN, 3));
+  EXPECT_EQ(S_OK, ResampleOpenCloseFromC());
 }
 
 TEST(Resample, SincMatchesReference) {
