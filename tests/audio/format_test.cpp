@@ -3,6 +3,8 @@
 #include "ky_audio.h"
 
 #include <string.h>
+#include <mmsystem.h>
+#include <msacm.h>
 
 namespace {
 
@@ -137,6 +139,90 @@ TEST(AudioFormat, IsEqualFormatComparesFourFields) {
                                  Wfx(1, 24, 2, 44100), Wfx(0xFE01, 16, 2, 44100)};
   for (auto &d : diff) EXPECT_FALSE(KyAudio_IsEqualFormat(&base.Format, &d.Format));
   EXPECT_FALSE(KyAudio_IsEqualFormat(&base.Format, nullptr));
+}
+
+} // namespace
+
+namespace {
+
+TEST(AudioText, TagNames) {
+  const struct {
+    DWORD tag;
+    const char *text;
+  } rows[] = {{1, "PCM"},
+              {3, "PCM (float)"},
+              {0xFE00, "PCM (unpacked)"},
+              {0xFE01, "PCM (signed)"},
+              {0xFE02, "PCM (big endian)"}};
+  char buf[64];
+  for (auto &r : rows) {
+    memset(buf, 'x', sizeof buf);
+    EXPECT_EQ(KyAudio_GetTagText(r.tag, buf, sizeof buf), S_OK);
+    EXPECT_STREQ(buf, r.text);
+  }
+  // A tag nobody knows.
+  EXPECT_EQ(KyAudio_GetTagText(0xFE07, buf, sizeof buf), E_FAIL);
+  EXPECT_STREQ(buf, "Unknown");
+  // Cut to the buffer and terminated; a null buffer is left alone.
+  char small[5];
+  memset(small, 'x', sizeof small);
+  EXPECT_EQ(KyAudio_GetTagText(0xFE02, small, sizeof small), S_OK);
+  EXPECT_STREQ(small, "PCM ");
+  EXPECT_EQ(KyAudio_GetTagText(1, nullptr, 10), S_OK);
+}
+
+TEST(AudioText, FormatDescriptions) {
+  const struct {
+    WORD tag, bits, channels;
+    DWORD rate;
+    const char *text;
+  } rows[] = {{1, 16, 2, 44100, "44,100 Hz, 16-bit, Stereo"},
+              {3, 32, 1, 48000, "48,000 Hz, 32-bit (float), Mono"},
+              {0xFE01, 8, 6, 8000, "8,000 Hz, 8-bit, 6 Channels"},
+              {0xFE02, 24, 2, 96000, "96,000 Hz, 24-bit, Stereo"},
+              {0xFE00, 32, 1, 500, "500 Hz, 32-bit, Mono"}};
+  char buf[80];
+  for (auto &r : rows) {
+    WAVEFORMATEXTENSIBLE x = Wfx(r.tag, r.bits, r.channels, r.rate);
+    EXPECT_EQ(KyAudio_GetAttribsText(&x.Format, buf, sizeof buf), S_OK);
+    EXPECT_STREQ(buf, r.text);
+  }
+  char small[8];
+  WAVEFORMATEXTENSIBLE x = Wfx(1, 16, 2, 44100);
+  EXPECT_EQ(KyAudio_GetAttribsText(&x.Format, small, sizeof small), S_OK);
+  EXPECT_STREQ(small, "44,100 ");
+  EXPECT_EQ(KyAudio_GetAttribsText(nullptr, buf, sizeof buf), E_FAIL);
+  EXPECT_STREQ(buf, "Unknown");
+  EXPECT_EQ(KyAudio_GetAttribsText(&x.Format, nullptr, 10), S_OK);
+}
+
+// Formats the library does not describe itself are described by the Audio Compression
+// Manager, exactly as it answers (or "Unknown" with E_FAIL when it cannot).
+TEST(AudioText, OtherFormatsGoToTheCompressionManager) {
+  HMODULE acm = LoadLibraryA("msacm32.dll");
+  ASSERT_NE(acm, nullptr);
+  auto details = reinterpret_cast<MMRESULT(WINAPI *)(HACMDRIVER, LPACMFORMATDETAILSA, DWORD)>(
+      reinterpret_cast<void *>(GetProcAddress(acm, "acmFormatDetailsA")));
+  ASSERT_NE(details, nullptr);
+  const struct {
+    WORD tag, bits, align;
+    DWORD cb; // the header size the library must pass
+  } rows[] = {{1, 16, 3, 16}, {3, 32, 5, 16}, {0xFE07, 16, 4, 18 + 22}, {2, 4, 256, 18 + 22}};
+  for (auto &r : rows) {
+    WAVEFORMATEXTENSIBLE x = Wfx(r.tag, r.bits, 2, 44100);
+    x.Format.nBlockAlign = r.align;
+    x.Format.cbSize = 22;
+    ACMFORMATDETAILSA d = {};
+    d.cbStruct = sizeof d;
+    d.dwFormatTag = r.tag;
+    d.pwfx = &x.Format;
+    d.cbwfx = r.cb;
+    const bool known = details(nullptr, &d, ACM_FORMATDETAILSF_FORMAT) == 0 && d.szFormat[0];
+    char buf[ACMFORMATDETAILS_FORMAT_CHARS];
+    EXPECT_EQ(KyAudio_GetAttribsText(&x.Format, buf, sizeof buf), known ? S_OK : E_FAIL) << r.tag;
+    EXPECT_STREQ(buf, known ? d.szFormat : "Unknown") << r.tag;
+  }
+  FreeLibrary(acm);
 }
 
 } // namespace
