@@ -163,19 +163,23 @@ KY_IMPORT HRESULT KYAPI KyIIR_Process(tKYIIRSTATE *states, KYSAMPLETYPE type, vo
                                      LONG channels, LONG frames);
 
 /* Opens a converter for `channels` interleaved channels of `type` from srcRate to dstRate
- * Hz. flags: method, anti-alias order and the other KYRESAMPLE_* bits. For types other
- * than float, method 3 and any anti-alias order turn into method 2 without filter. The
- * handle is cleared first and set on success; free it with KyAudio_ResampleClose. */
+ * Hz (the ratio between 1/65536 and 65536). flags: method, anti-alias order and the other
+ * KYRESAMPLE_* bits. For types other than float, method 3 and any anti-alias order turn
+ * into method 2 without filter. The phase of a conversion between two rates is kept as an
+ * exact fraction, so it never drifts. The handle is cleared first and set on success;
+ * free it with KyAudio_ResampleClose. */
 KY_IMPORT HRESULT KYAPI KyAudio_ResampleOpen(HKYRESAMPLE *out, KYSAMPLETYPE type, LONG srcRate,
                                             LONG dstRate, LONG channels, WORD flags);
 /* As KyAudio_ResampleOpen with a ratio (destination / source) instead of two rates; both
  * rate fields read 1. */
 KY_IMPORT HRESULT KYAPI KyAudio_ResampleOpenEx(HKYRESAMPLE *out, KYSAMPLETYPE type,
                                               LONG channels, double ratio, DWORD flags);
-/* Changes type (0 keeps), rates (<= 0 keeps) and channel count (<= 0 keeps). A rate change
- * zeroes the positions. With keepState and the same channel count the conversion carries
- * on where it was (the filter gets the new coefficients and keeps its history); otherwise
- * the stream starts afresh. */
+/* Changes type (0 keeps), rates (<= 0 keeps; for ResetEx a ratio <= 0 keeps) and channel
+ * count (<= 0 keeps). A rate change zeroes the positions. With keepState and the same
+ * channel count the conversion carries on where it was (the filter gets the new
+ * coefficients and keeps its history); otherwise the stream starts afresh. E_OUTOFMEMORY
+ * when the rings of a new channel count cannot be allocated: the instance is then
+ * unchanged. */
 KY_IMPORT HRESULT KYAPI KyAudio_ResampleReset(HKYRESAMPLE h, KYSAMPLETYPE type, LONG srcRate,
                                              LONG dstRate, LONG channels, BOOL keepState);
 KY_IMPORT HRESULT KYAPI KyAudio_ResampleResetEx(HKYRESAMPLE h, KYSAMPLETYPE type, double ratio,
