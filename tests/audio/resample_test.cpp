@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "audio_ref.h"
 #include "ky_resample.h"
 
 extern "C" long ResampleOpenCloseFromC(void);
@@ -103,40 +104,15 @@ std::vector<double> RefLinear(const std::vector<double> &x, int ch, LONG src, do
   return out;
 }
 
-// ---- sample types: bytes, encoding of integer-valued samples, truncation and clamping ----
-struct TypeInfo {
-  LONG type;
-  int bytes;
-  double lo, hi;  // range in the type's own units
-  bool bigEndian;
-};
-const TypeInfo kTypes[] = {
-    {16, 1, -128, 127, false},          {17, 2, -32768, 32767, false},
-    {18, 3, -8388608, 8388607, false},  {19, 4, -2147483648.0, 2147483647.0, false},
-    {32, 4, -1, 1, false},              {33, 8, -1, 1, false},
-    {48, 4, -8388608, 8388607, false},  {49, 1, -128, 127, false},
-    {64, 2, -32768, 32767, true},       {65, 3, -8388608, 8388607, true},
-    {66, 4, -2147483648.0, 2147483647.0, true}};
-
-void Put(const TypeInfo &t, BYTE *p, double v) {
-  if (t.type == kF32) { const float f = static_cast<float>(v); memcpy(p, &f, 4); return; }
-  if (t.type == kF64) { memcpy(p, &v, 8); return; }
-  v = std::min(std::max(v, t.lo), t.hi);
-  LONGLONG i = static_cast<LONGLONG>(v);  // truncation toward zero
-  if (t.type == 16) i ^= 0x80;
-  for (int b = 0; b < t.bytes; ++b)
-    p[t.bigEndian ? t.bytes - 1 - b : b] = static_cast<BYTE>(i >> (8 * b));
+// A sample of any type from a double in the type's own units (float types: full scale 1),
+// truncated and clamped; and back.
+void Put(const audioref::Type &t, BYTE *p, double v) {
+  if (t.t == kF32) { const float f = static_cast<float>(v); memcpy(p, &f, 4); return; }
+  if (t.t == kF64) { memcpy(p, &v, 8); return; }
+  audioref::PutInt(t.t, p, audioref::TruncClamp(v, t.bits));
 }
-
-double Get(const TypeInfo &t, const BYTE *p) {
-  if (t.type == kF32) { float f; memcpy(&f, p, 4); return f; }
-  if (t.type == kF64) { double d; memcpy(&d, p, 8); return d; }
-  ULONGLONG u = 0;
-  for (int b = 0; b < t.bytes; ++b) u |= static_cast<ULONGLONG>(p[t.bigEndian ? t.bytes - 1 - b : b]) << (8 * b);
-  if (t.type == 16) return static_cast<double>(static_cast<int>(u) - 128);
-  const int bits = t.type == 48 ? 24 : 8 * t.bytes;
-  const LONGLONG s = static_cast<LONGLONG>(u << (64 - bits)) >> (64 - bits);
-  return static_cast<double>(s);
+double Get(const audioref::Type &t, const BYTE *p) {
+  return t.isFloat ? audioref::GetFloat(t.t, p) : static_cast<double>(audioref::GetInt(t.t, p));
 }
 
 // ---- running an instance ----
@@ -379,25 +355,26 @@ TEST(Resample, SincMatchesReference) {
 }
 
 TEST(Resample, LinearMatchesReferenceForEveryType) {
-  for (const TypeInfo &t : kTypes) {
+  for (const audioref::Type &t : audioref::kTypes) {
     for (int ch : {1, 2, 3}) {
       const LONG n = 300;
-      const std::vector<double> unit = Noise(ch * n, t.type * 10 + ch, 1.0);
+      const double full = t.isFloat ? 1.0 : ldexp(1.0, t.bits - 1);
+      const std::vector<double> unit = Noise(ch * n, t.t * 10 + ch, 1.0);
       std::vector<BYTE> src(unit.size() * t.bytes);
       std::vector<double> x(unit.size());
       for (size_t i = 0; i < unit.size(); ++i) {
-        Put(t, &src[i * t.bytes], unit[i] * (t.hi > 1 ? t.hi : 1.0));
+        Put(t, &src[i * t.bytes], unit[i] * full);
         x[i] = Get(t, &src[i * t.bytes]);
       }
       static const LONG rates[][2] = {{44100, 48000}, {48000, 22050}};
       for (const auto &r : rates) {
-        Resampler rs(t.type, r[0], r[1], ch, 0x0001);
+        Resampler rs(t.t, r[0], r[1], ch, 0x0001);
         std::vector<BYTE> got = Stream(rs.h, src, ch * t.bytes, RandomBlocks(ch, 50));
         std::vector<double> ref = RefLinear(x, ch, r[0], r[1]);
-        ASSERT_EQ(ref.size() * t.bytes, got.size()) << "type " << t.type;
+        ASSERT_EQ(ref.size() * t.bytes, got.size()) << t.name;
         std::vector<BYTE> expect(got.size());
         for (size_t i = 0; i < ref.size(); ++i) Put(t, &expect[i * t.bytes], ref[i]);
-        ASSERT_EQ(expect, got) << "type " << t.type << " channels " << ch << " rate " << r[1];
+        ASSERT_EQ(expect, got) << t.name << " channels " << ch << " rate " << r[1];
       }
     }
   }
