@@ -186,18 +186,19 @@ HRESULT Reset(tKYRESAMPLEINSTANCE *in, LONG type, LONG srcRate, LONG dstRate, bo
     return E_INVALIDARG;
   const LONG newSrc = !haveRatio && srcRate > 0 ? srcRate : in->srcRate;
   const LONG newDst = !haveRatio && dstRate > 0 ? dstRate : in->dstRate;
+  // Given rates always set the ratio of the two (also after a ratio was set by ResetEx).
+  const bool ratesGiven = !haveRatio && (srcRate > 0 || dstRate > 0);
   double newRatio = in->ratio, newInverse = in->inverseRatio;
-  if (haveRatio) {
-    if (ratio > 0.0 && ratio != in->ratio) {
-      newRatio = ratio;
-      newInverse = 1.0 / ratio;
-    }
-  } else if (newSrc != in->srcRate || newDst != in->dstRate) {
+  if (haveRatio && ratio > 0.0 && ratio != in->ratio) {
+    newRatio = ratio;
+    newInverse = 1.0 / ratio;
+  } else if (ratesGiven) {
     newRatio = static_cast<double>(newDst) / newSrc;
     newInverse = static_cast<double>(newSrc) / newDst;
   }
   if (!ValidRatio(newRatio)) return E_INVALIDARG;
-  const bool rateChange = newRatio != in->ratio || newInverse != in->inverseRatio;
+  const bool rateChange = newRatio != in->ratio || newInverse != in->inverseRatio ||
+                          (ratesGiven && in->phaseDen == 0);
   const bool channelChange = channels > 0 && channels != in->channels;
   if (channelChange && in->history) {
     // New rings first, so that a failed allocation leaves the instance as it was.

@@ -354,6 +354,21 @@ TEST(Resample, SincMatchesReference) {
   KyAudio_ResampleClose(h);
 }
 
+TEST(Resample, SincPrimesWithThirteenFrames) {
+  Resampler r(kF32, 48000, 48000, 1, 3);
+  float x[20], out[40];
+  for (int i = 0; i < 20; ++i) x[i] = static_cast<float>(i + 1);
+  EXPECT_EQ(0, KyAudio_ResampleEx(r.h, out, x, 5));  // frames 1..5 in slots 12..8
+  EXPECT_EQ(1, r.h->priming);
+  EXPECT_EQ(5, r.h->primedCount);
+  EXPECT_EQ(3.0, r.h->history[0][10]);
+  EXPECT_EQ(1, KyAudio_ResampleEx(r.h, out, x + 5, 8));  // 13 loaded: the first output
+  EXPECT_EQ(0, r.h->priming);
+  EXPECT_EQ(0, r.h->ringIndex);
+  EXPECT_EQ(13.0, r.h->history[0][0]);
+  EXPECT_NEAR(1.0, out[0], 1e-4);  // ratio 1: the kernel is 1 at the centre, about 0 elsewhere
+}
+
 TEST(Resample, LinearMatchesReferenceForEveryType) {
   for (const audioref::Type &t : audioref::kTypes) {
     for (int ch : {1, 2, 3}) {
@@ -497,6 +512,10 @@ TEST(Resample, ResetKeepsOrRestartsTheStream) {
   EXPECT_EQ(E_POINTER, KyAudio_ResampleReset(nullptr, 0, 0, 0, 0, TRUE));
   ASSERT_EQ(S_OK, KyAudio_ResampleResetEx(r.h, 0, 1.5, 0, FALSE));
   EXPECT_DOUBLE_EQ(1.0 / 1.5, r.h->inverseRatio);
+  EXPECT_EQ(0u, r.h->phaseDen);  // the ratio form
+  ASSERT_EQ(S_OK, KyAudio_ResampleReset(r.h, 0, 48000, 24000, 0, FALSE));  // the same rates
+  EXPECT_DOUBLE_EQ(0.5, r.h->ratio);
+  EXPECT_EQ(1u, r.h->phaseDen);
 }
 
 TEST(Resample, PositionsAndMappings) {
