@@ -68,8 +68,6 @@ HRESULT AddDetail(HRESULT code, const char *format, va_list *args) {
   return S_OK;
 }
 
-} // namespace
-
 const char *StatusText(HRESULT code) {
   for (LONG t = 0; t < g_clientTableCount; ++t) {
     const ClientTable &ct = g_clientTables[t];
@@ -98,6 +96,7 @@ const char *ComposeMessage(LONG operation, HRESULT code, const char *arg) {
   return buf;
 }
 
+} // namespace
 } // namespace ky
 
 using namespace ky;

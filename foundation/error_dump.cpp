@@ -6,7 +6,9 @@
 #include <string.h>
 
 namespace ky {
+namespace {
 
+// True when every byte of [p, p + n) lies in committed memory that may be read.
 bool Readable(const void *p, size_t n) {
   if (n == 0) return true;
   UINT_PTR a = reinterpret_cast<UINT_PTR>(p);
@@ -27,8 +29,6 @@ bool Readable(const void *p, size_t n) {
   }
   return true;
 }
-
-namespace {
 
 // Bounded appender over a caller's buffer; it always keeps the text terminated.
 struct Text {

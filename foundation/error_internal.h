@@ -25,7 +25,4 @@ extern const size_t kStatusCount;
 extern const PlatformPair kPlatformTable[];
 extern const size_t kPlatformCount;
 
-// True when every byte of [p, p + n) lies in committed memory that may be read.
-bool Readable(const void *p, size_t n);
-
 } // namespace ky

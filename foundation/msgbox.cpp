@@ -12,10 +12,11 @@ namespace ky {
 typedef int (WINAPI *CustomBoxHook)(HWND owner, UINT style, const char *details,
                                     const char *text, const char *caption);
 typedef void (WINAPI *CustomBoxInspector)(HWND dialog);
-CustomBoxHook g_customBoxHook = nullptr;
-CustomBoxInspector g_customBoxInspector = nullptr;
 
 namespace {
+
+CustomBoxHook g_customBoxHook = nullptr;
+CustomBoxInspector g_customBoxInspector = nullptr;
 
 enum : int { kIdDetails = 1000, kIdText = 1001, kIdIcon = 1002, kIdDetailsEdit = 1003 };
 

@@ -34,6 +34,12 @@ KY_IMPORT LONG KYAPI KyVPrintF(char *buffer, LONG size, const char *format, va_l
 KY_IMPORT HRESULT KYAPI KyFormatToken_Set(const char *name, const char *value);
 KY_IMPORT HRESULT KYAPI KyFormatToken_Remove(const char *name);
 KY_IMPORT LONG KYAPI KyFormatToken_Get(const char *name, char *buffer, LONG size);
+
+/* Reads one signed decimal number from the front of text: blanks (spaces, tabs) are skipped,
+ * then an optional sign and the digits; values beyond the 32-bit range saturate. Returns 0
+ * when no digit follows (also for null text). *end (end may be null) receives the position
+ * after the last digit, or text itself when no number was read. */
+KY_IMPORT LONG KYAPI KyTextToLongToken(const char *text, const char **end);
 KY_END_DECLS
 
 #endif

@@ -378,8 +378,6 @@ const char *PercentForm(Out &out, const char *start, const char *p, va_list *arg
 #pragma GCC diagnostic pop
 }
 
-} // namespace
-
 LONG FormatText(char *buffer, LONG size, const char *format, va_list *args) {
   if (!buffer || size <= 0) return 0;
   Out out(buffer, size);
@@ -397,6 +395,8 @@ LONG FormatText(char *buffer, LONG size, const char *format, va_list *args) {
   }
   return out.Finish();
 }
+
+} // namespace
 
 LONG ExpandTokens(char *dst, LONG size, const char *text) {
   if (!dst || size <= 0) return 0;

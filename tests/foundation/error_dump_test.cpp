@@ -166,9 +166,14 @@ LONG WINAPI CatchOurFault(EXCEPTION_POINTERS *ep) {
   return EXCEPTION_CONTINUE_EXECUTION;
 }
 
+LONG WINAPI EndAtOnce(EXCEPTION_POINTERS *) { ExitProcess(3); }
+
 TEST(ErrorDumpChild, DISABLED_FaultAndDump) {
   const char *out = getenv("TELLAROK_FAULT_OUT");
   ASSERT_NE(nullptr, out);
+  // Should the handler not run, end at once instead of starting the platform's debugger.
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+  SetUnhandledExceptionFilter(EndAtOnce);
   g_bad = static_cast<BYTE *>(VirtualAlloc(nullptr, 0x10000, MEM_RESERVE, PAGE_NOACCESS));
   ASSERT_NE(nullptr, g_bad);
   void *veh = AddVectoredExceptionHandler(1, CatchOurFault);
@@ -196,13 +201,12 @@ TEST(ErrorDump, RealAccessViolationIsCaughtAndDumped) {
   PROCESS_INFORMATION pi;
   ASSERT_TRUE(CreateProcessA(nullptr, &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi));
   SetEnvironmentVariableA("TELLAROK_FAULT_OUT", nullptr);
-  DWORD waited = WaitForSingleObject(pi.hProcess, 120000);
+  DWORD waited = WaitForSingleObject(pi.hProcess, 30000);
   if (waited != WAIT_OBJECT_0) TerminateProcess(pi.hProcess, 1);
   CloseHandle(pi.hThread);
   CloseHandle(pi.hProcess);
-  ASSERT_EQ(WAIT_OBJECT_0, waited);
 
-  FILE *f = fopen(out.c_str(), "rb");
+  FILE *f = waited == WAIT_OBJECT_0 ? fopen(out.c_str(), "rb") : nullptr;
   if (!f) {
     const char *emu = getenv("TELLAROK_EMULATED_I386");
     if (emu && *emu == '1')

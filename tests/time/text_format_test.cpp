@@ -136,4 +136,37 @@ TEST(TextFormat, OutputStaysInsideTheBuffer) {
   EXPECT_EQ(1026u, F("%.5000f", 1.0).size());
 }
 
+
+// The printf conversions agree with the C library's snprintf on seeded random values and
+// specifications (flags, width, precision, conversion).
+TEST(TextFormat, NumericConversionsMatchSnprintf) {
+  unsigned seed = 12345;
+  auto next = [&seed] { return seed = seed * 1103515245u + 12345u; };
+  const char flags[] = "-+ #0";
+  const char convs[] = "diuxXo";
+  const char fconvs[] = "efgEG";
+  for (int i = 0; i < 3000; ++i) {
+    std::string spec = "%";
+    for (int f = 0; f < 5; ++f)
+      if (next() % 4 == 0) spec += flags[f];
+    if (next() % 2) spec += std::to_string(next() % 20);
+    if (next() % 2) spec += "." + std::to_string(next() % 12);
+    bool isFloat = i % 3 == 2;
+    spec += isFloat ? fconvs[next() % 5] : convs[next() % 6];
+    const std::string format = "<" + spec + ">";
+    char want[256];
+    std::string got;
+    if (isFloat) {
+      double v = (static_cast<int>(next()) / 1000.0) * ((next() % 2) ? 1e-3 : 1e3);
+      snprintf(want, sizeof want, format.c_str(), v);
+      got = F(format.c_str(), v);
+    } else {
+      int v = static_cast<int>(next()) >> (next() % 31);
+      snprintf(want, sizeof want, format.c_str(), v);
+      got = F(format.c_str(), v);
+    }
+    ASSERT_EQ(std::string(want), got) << "format " << format << " seed 12345 step " << i;
+  }
+}
+
 } // namespace

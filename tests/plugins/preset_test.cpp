@@ -1,0 +1,221 @@
+// Presets against the real registry and file system of the test prefix, with a real COM
+// effect object: inline and file presets at the 256-byte boundary, overwrite without
+// truncation, names unfit for files, files deleted behind the registry's back, both families.
+#include "test_effect.h"
+#include "ky_preset.h"
+#include "ky_status.h"
+
+#include <string>
+#include <vector>
+
+using kytest::TestEffect;
+
+namespace {
+
+const char *kKey = "Software\\DirectShow\\Presets\\{8D4E2F61-3C7A-4B19-A5E0-71C2D9F4B803}";
+const char *kDxKey = "Software\\DXTransform\\Presets\\{8D4E2F61-3C7A-4B19-A5E0-71C2D9F4B803}";
+
+std::vector<BYTE> Pattern(size_t n, int seed) {
+  std::vector<BYTE> v(n);
+  for (size_t i = 0; i < n; ++i) v[i] = static_cast<BYTE>(i * 7 + seed);
+  return v;
+}
+
+bool QueryValue(const char *key, const char *name, DWORD *type, std::vector<BYTE> *data) {
+  HKEY k;
+  if (RegOpenKeyExA(HKEY_CURRENT_USER, key, 0, KEY_QUERY_VALUE, &k) != ERROR_SUCCESS) return false;
+  DWORD size = 0;
+  LONG err = RegQueryValueExA(k, name, nullptr, type, nullptr, &size);
+  if (err == ERROR_SUCCESS && data) {
+    data->assign(size, 0);
+    err = RegQueryValueExA(k, name, nullptr, type, data->data(), &size);
+  }
+  RegCloseKey(k);
+  return err == ERROR_SUCCESS;
+}
+
+std::vector<BYTE> FileBytes(const std::string &path) {
+  std::vector<BYTE> out;
+  FILE *f = fopen(path.c_str(), "rb");
+  if (!f) return out;
+  int c;
+  while ((c = fgetc(f)) != EOF) out.push_back(static_cast<BYTE>(c));
+  fclose(f);
+  return out;
+}
+
+bool Exists(const std::string &path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+class Presets : public ::testing::Test {
+protected:
+  TestEffect fx;
+  std::string folder;
+  void SetUp() override {
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\DirectShow\\Presets");
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\DXTransform\\Presets");
+    folder = kytest::TempDir("presets") + "saved";
+    ASSERT_EQ(KyDSFilter_SetDefaultSavePath(folder.c_str(), 0), S_OK);
+  }
+  void TearDown() override {
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\DirectShow\\Presets");
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\DXTransform\\Presets");
+  }
+  HRESULT Save(const char *name, const std::vector<BYTE> &state, LONG family = 0) {
+    fx.state = state;
+    return KyDSFilter_SavePreset(fx.Unknown(), name, family);
+  }
+  std::vector<BYTE> Load(const char *name, HRESULT expect = S_OK, LONG family = 0) {
+    fx.loaded.clear();
+    EXPECT_EQ(KyDSFilter_LoadPreset(fx.Unknown(), name, family), expect) << name;
+    return fx.loaded;
+  }
+};
+
+} // namespace
+
+TEST_F(Presets, DefaultSavePathIsExpandedAndChecked) {
+  char buf[MAX_PATH];
+  SetEnvironmentVariableA("KYTEST_PRESETS", "C:\\somewhere");
+  ASSERT_EQ(KyDSFilter_SetDefaultSavePath("%KYTEST_PRESETS%\\fx", 1), S_OK);
+  ASSERT_EQ(KyDSFilter_GetDefaultSavePath(buf, sizeof buf, 1), S_OK);
+  EXPECT_STREQ(buf, "C:\\somewhere\\fx");
+  EXPECT_EQ(KyDSFilter_GetDefaultSavePath(buf, 10, 1), 1);  // does not fit
+  EXPECT_EQ(KyDSFilter_GetDefaultSavePath(nullptr, 10, 1), E_POINTER);
+  EXPECT_EQ(KyDSFilter_SetDefaultSavePath(nullptr, 1), E_POINTER);
+
+  HKEY k;
+  ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, "Software\\DXTransform\\Presets", 0, KEY_SET_VALUE, &k), ERROR_SUCCESS);
+  RegSetValueExA(k, "DefLocation", 0, REG_SZ, reinterpret_cast<const BYTE *>("C:\\x"), 5);
+  EXPECT_EQ(KyDSFilter_GetDefaultSavePath(buf, sizeof buf, 1), 1);  // not REG_EXPAND_SZ
+  RegDeleteValueA(k, "DefLocation");
+  EXPECT_EQ(KyDSFilter_GetDefaultSavePath(buf, sizeof buf, 1), 1);  // missing
+  RegCloseKey(k);
+}
+
+TEST_F(Presets, InlineUpTo256BytesAndFilesAbove) {
+  std::vector<BYTE> small = Pattern(256, 1), large = Pattern(257, 2);
+  ASSERT_EQ(Save("Small", small), S_OK);
+  ASSERT_EQ(Save("Large", large), S_OK);
+  DWORD type = 0;
+  std::vector<BYTE> data;
+  ASSERT_TRUE(QueryValue(kKey, "Small", &type, &data));
+  EXPECT_EQ(type, static_cast<DWORD>(REG_BINARY));
+  EXPECT_EQ(data, small);
+  ASSERT_TRUE(QueryValue(kKey, "Large", &type, &data));
+  EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
+  std::string path(data.begin(), data.end());
+  path = path.c_str();
+  EXPECT_EQ(path, folder + "\\Large.dxp");
+  EXPECT_EQ(FileBytes(path), large);
+
+  EXPECT_EQ(Load("Small"), small);
+  EXPECT_EQ(Load("Large"), large);
+  EXPECT_EQ(fx.loads, 2);
+
+  LONG count = -1;
+  ASSERT_EQ(KyDSFilter_GetPresetCount(fx.Unknown(), &count, 0), S_OK);
+  EXPECT_EQ(count, 2);
+  std::vector<std::string> names;
+  for (LONG i = 0; i < 3; ++i) {
+    char name[64];
+    DWORD size = sizeof name;
+    HRESULT hr = KyDSFilter_GetPresetName(fx.Unknown(), i, name, &size, 0);
+    if (i == 2) {
+      EXPECT_EQ(hr, HRESULT_FROM_WIN32(ERROR_NO_MORE_ITEMS));
+    } else {
+      ASSERT_EQ(hr, S_OK);
+      EXPECT_EQ(size, strlen(name));
+      names.push_back(name);
+    }
+  }
+  EXPECT_TRUE((names == std::vector<std::string>{"Small", "Large"}) ||
+              (names == std::vector<std::string>{"Large", "Small"}));
+}
+
+TEST_F(Presets, OverwriteReplacesValuesButDoesNotTruncateFiles) {
+  ASSERT_EQ(Save("P", Pattern(10, 1)), S_OK);
+  ASSERT_EQ(Save("P", Pattern(20, 3)), S_OK);
+  EXPECT_EQ(Load("P"), Pattern(20, 3));
+
+  std::vector<BYTE> first = Pattern(400, 5), second = Pattern(300, 9);
+  ASSERT_EQ(Save("Big", first), S_OK);
+  ASSERT_EQ(Save("Big", second), S_OK);
+  std::vector<BYTE> expect = second;
+  expect.insert(expect.end(), first.begin() + 300, first.end());  // the old tail stays
+  EXPECT_EQ(FileBytes(folder + "\\Big.dxp"), expect);
+  EXPECT_EQ(Load("Big"), expect);
+}
+
+TEST_F(Presets, NamesUnfitForFilesAndMissingFiles) {
+  const char *name = "Warm: glow/soft? \"v2\".";
+  std::vector<BYTE> state = Pattern(1000, 4);
+  ASSERT_EQ(Save(name, state), S_OK);
+  std::string file = folder + "\\Warm_ glow_soft_ _v2__.dxp";
+  EXPECT_TRUE(Exists(file));
+  DWORD type = 0;
+  EXPECT_TRUE(QueryValue(kKey, name, &type, nullptr));  // the value keeps the name as given
+  EXPECT_EQ(Load(name), state);
+
+  // The file deleted behind the registry's back: loading fails, deleting still works.
+  ASSERT_TRUE(DeleteFileA(file.c_str()));
+  Load(name, KYERR_FILE_OPEN);
+  EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), name, 0), S_OK);
+  EXPECT_FALSE(QueryValue(kKey, name, &type, nullptr));
+
+  // Deleting a file preset removes its file; deleting a binary one touches no file.
+  ASSERT_EQ(Save("F", Pattern(300, 1)), S_OK);
+  ASSERT_EQ(Save("B", Pattern(3, 1)), S_OK);
+  HANDLE keep = CreateFileA((folder + "\\B.dxp").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
+  CloseHandle(keep);
+  EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), "F", 0), S_OK);
+  EXPECT_FALSE(Exists(folder + "\\F.dxp"));
+  EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), "B", 0), S_OK);
+  EXPECT_TRUE(Exists(folder + "\\B.dxp"));
+  EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), "never there", 0), S_OK);
+}
+
+TEST_F(Presets, FamiliesKeysAndFailures) {
+  // Nothing saved yet: the key cannot be opened.
+  LONG count = 5;
+  EXPECT_EQ(KyDSFilter_GetPresetCount(fx.Unknown(), &count, 0), 1);
+  EXPECT_EQ(KyDSFilter_LoadPreset(fx.Unknown(), "x", 0), 1);
+  EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), "x", 0), 1);
+  EXPECT_EQ(KyDSFilter_SavePreset(nullptr, "x", 0), E_POINTER);
+  EXPECT_EQ(KyDSFilter_LoadPreset(nullptr, "x", 0), E_POINTER);
+
+  ASSERT_EQ(Save("Dx", Pattern(8, 1), 1), S_OK);
+  DWORD type;
+  EXPECT_TRUE(QueryValue(kDxKey, "Dx", &type, nullptr));
+  EXPECT_FALSE(QueryValue(kKey, "Dx", &type, nullptr));
+  EXPECT_EQ(Load("Dx", S_OK, 1), Pattern(8, 1));
+  EXPECT_EQ(KyDSFilter_LoadPreset(fx.Unknown(), "missing", 1), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+
+  // A file preset whose folder cannot be created fails with the file-create status and
+  // leaves no registry value.
+  KyDSFilter_SetDefaultSavePath("Q:\\no\\such\\drive", 0);
+  EXPECT_EQ(Save("Nowhere", Pattern(300, 1)), KYERR_FILE_CREATE);
+  EXPECT_FALSE(QueryValue(kKey, "Nowhere", &type, nullptr));
+}
+
+TEST(PresetFiles, ValidateFileNameAndCreateDirectory) {
+  struct { const char *in, *out; LONG changed; } cases[] = {
+      {"plain name", "plain name", 0}, {"a/b\\c:d", "a_b_c_d", 3},
+      {"x*?\"<>|y", "x______y", 6},    {"ends.. ", "ends___", 3},
+      {"CON", "_ON", 1},               {"lpt3.txt", "_pt3.txt", 1},
+      {"CONSOLE", "CONSOLE", 0},       {"tab\there", "tab_here", 1}};
+  for (auto &c : cases) {
+    char buf[64];
+    strcpy(buf, c.in);
+    EXPECT_EQ(KyValidateFileName(buf, 0), c.changed) << c.in;
+    EXPECT_STREQ(buf, c.in);  // mode 0 only counts
+    EXPECT_EQ(KyValidateFileName(buf, 1), c.changed) << c.in;
+    EXPECT_STREQ(buf, c.out);
+  }
+  EXPECT_EQ(KyValidateFileName(nullptr, 1), -1);
+
+  std::string deep = kytest::TempDir("mkdir") + "a\\b\\c\\";
+  EXPECT_EQ(KyCreateDirectory(deep.c_str()), S_OK);
+  EXPECT_TRUE(GetFileAttributesA(deep.c_str()) & FILE_ATTRIBUTE_DIRECTORY);
+  EXPECT_EQ(KyCreateDirectory(deep.c_str()), S_OK);  // already there
+  EXPECT_EQ(KyCreateDirectory(nullptr), E_POINTER);
+}
