@@ -237,9 +237,21 @@ LONG Capacity(double frames, double ratio) {
   return c >= 2147483647.0 ? 2147483647 : static_cast<LONG>(c);
 }
 
+// Callers can write every field of an instance: the engines run only on a state they
+// could have left themselves.
+bool Runnable(const tKYRESAMPLEINSTANCE *in) {
+  return ValidType(in->sampleType) && in->channels >= 1 &&
+         in->channels <= KYRESAMPLE_MAXCHANNELS && ValidRatio(in->ratio) &&
+         ValidRatio(1.0 / in->inverseRatio) && in->phase >= 0.0 && in->phase < 1.0 &&
+         in->linearIndex >= -1 && in->pendingFrames >= 0 && in->drainedFrames >= 0 &&
+         (in->phaseDen == 0 || (in->phaseNum < in->phaseDen && in->phaseStepNum < in->phaseDen)) &&
+         (!in->history || (in->ringSuccessor && in->ringIndex >= 0 && in->ringIndex < kRing &&
+                           in->tableStep > 0.0 && in->tableStep <= kTableStep));
+}
+
 LONG Block(tKYRESAMPLEINSTANCE *in, void *dst, void *src, LONG n) {
   // A null source drains the stream; an empty block does nothing.
-  if (!in || !dst || n < 0 || (src && n == 0)) return 0;
+  if (!in || !dst || n < 0 || (src && n == 0) || !Runnable(in)) return 0;
   const bool drain = !src;
   if (!drain && src == dst) return 0;
   const LONG type = in->sampleType;
@@ -402,7 +414,7 @@ extern "C" LONG WINAPI KyAudio_Resample_Sinc(KYSAMPLETYPE type, LONG channels, v
                                              LONG dstFrames, void *src, LONG srcFrames,
                                              HKYRESAMPLE h) {
   return Guard<LONG>(0, [&]() -> LONG {
-    if (!h || !dst || !IsFloatType(type) || !h->history || channels < 1 ||
+    if (!h || !dst || !IsFloatType(type) || !h->history || !Runnable(h) || channels < 1 ||
         channels > h->channels || dstFrames < 0 || srcFrames < 0 || (src && srcFrames == 0))
       return 0;
     const bool drain = !src;

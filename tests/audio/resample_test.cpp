@@ -559,6 +559,15 @@ TEST(Resample, PositionsAndMappings) {
   EXPECT_EQ(300, KyAudio_ResampleEx(h, up, buf, 300));
   EXPECT_EQ(0, KyAudio_ResampleEx(nullptr, up, buf, 300));
   KyAudio_ResampleClose(h);
+  // Fields a caller damaged: nothing runs.
+  ASSERT_EQ(S_OK, KyAudio_ResampleOpen(&h, kF32, 24000, 48000, 1, 0x0003));
+  h->channels = 40;
+  EXPECT_EQ(0, KyAudio_ResampleEx(h, up, buf, 300));
+  h->channels = 1;
+  h->ringIndex = 99;
+  EXPECT_EQ(0, KyAudio_ResampleEx(h, up, buf, 300));
+  EXPECT_EQ(0, KyAudio_Resample_Sinc(kF32, 1, up, 10, buf, 300, h));
+  KyAudio_ResampleClose(h);
   EXPECT_EQ(0, KyAudio_ResampleGetSrcPos(nullptr));
 }
 
