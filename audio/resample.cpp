@@ -120,8 +120,39 @@ void SetExactPhase(tKYRESAMPLEINSTANCE *in, DWORD src, DWORD dst, bool keepPhase
   in->phase = static_cast<double>(in->phaseNum) / d;
 }
 
-// The ratio form: the phase is a double advanced by the inverse ratio.
-void SetRatioPhase(tKYRESAMPLEINSTANCE *in) {
+// A ratio that is a fraction dst/src of terms up to 2^20 (any pair of sample rates up to
+// about a megahertz) in double precision, as 48000.0 / 44100 is 160/147, found among the
+// convergents of its continued fraction; false for any other ratio. (With larger terms
+// nearly every double would be some fraction.)
+bool AsFraction(double ratio, DWORD *src, DWORD *dst) {
+  constexpr ULONGLONG kMaxTerm = 1u << 20;
+  double x = ratio;
+  ULONGLONG h0 = 0, h1 = 1, k0 = 1, k1 = 0;
+  for (int i = 0; i < 64; ++i) {
+    const double a = floor(x);
+    if (a > static_cast<double>(kMaxTerm)) return false;
+    const ULONGLONG h = static_cast<ULONGLONG>(a) * h1 + h0, k = static_cast<ULONGLONG>(a) * k1 + k0;
+    if (h > kMaxTerm || k > kMaxTerm) return false;
+    if (static_cast<double>(h) / static_cast<double>(k) == ratio) {
+      *dst = static_cast<DWORD>(h);
+      *src = static_cast<DWORD>(k);
+      return true;
+    }
+    h0 = h1, h1 = h, k0 = k1, k1 = k;
+    if (x == a) return false;
+    x = 1.0 / (x - a);
+  }
+  return false;
+}
+
+// The ratio form: the phase advances by the inverse ratio, exactly when the ratio is a
+// fraction (see AsFraction), else as a double.
+void SetRatioPhase(tKYRESAMPLEINSTANCE *in, bool keepPhase) {
+  DWORD src, dst;
+  if (AsFraction(in->ratio, &src, &dst)) {
+    SetExactPhase(in, src, dst, keepPhase);
+    return;
+  }
   in->phaseDen = in->phaseNum = in->phaseStepNum = in->phaseStepWhole = 0;
 }
 
@@ -216,7 +247,7 @@ HRESULT Reset(tKYRESAMPLEINSTANCE *in, LONG type, LONG srcRate, LONG dstRate, bo
   const bool keep = keepState && !channelChange;
   if (rateChange) {
     if (haveRatio)
-      SetRatioPhase(in);
+      SetRatioPhase(in, keep);
     else
       SetExactPhase(in, newSrc, newDst, keep);
   }

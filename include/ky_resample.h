@@ -125,7 +125,8 @@ typedef struct tKYRESAMPLEINSTANCE {
   double lastFrame[KYRESAMPLE_MAXCHANNELS]; /* engine: linear, last frame of the last block */
   /* engine: for instances opened with two rates the phase is kept exactly, as the fraction
      phaseNum / phaseDen (phaseDen = dstRate / gcd), and advances by phaseStepWhole frames
-     plus phaseStepNum / phaseDen per output; phaseDen 0 = the ratio form (double phase). */
+     plus phaseStepNum / phaseDen per output; phaseDen 0 = a phase in double precision
+     (a ratio that is no fraction). */
   DWORD phaseNum;
   DWORD phaseDen;
   DWORD phaseStepNum;
@@ -171,7 +172,9 @@ KY_IMPORT HRESULT KYAPI KyIIR_Process(tKYIIRSTATE *states, KYSAMPLETYPE type, vo
 KY_IMPORT HRESULT KYAPI KyAudio_ResampleOpen(HKYRESAMPLE *out, KYSAMPLETYPE type, LONG srcRate,
                                             LONG dstRate, LONG channels, WORD flags);
 /* As KyAudio_ResampleOpen with a ratio (destination / source) instead of two rates; both
- * rate fields read 1. */
+ * rate fields read 1. A ratio that is a fraction of terms up to 2^20 in double precision
+ * (such as 48000.0 / 44100) keeps an exact phase as two rates do; any other ratio advances
+ * the phase in double precision. */
 KY_IMPORT HRESULT KYAPI KyAudio_ResampleOpenEx(HKYRESAMPLE *out, KYSAMPLETYPE type,
                                               LONG channels, double ratio, DWORD flags);
 /* Changes type (0 keeps), rates (<= 0 keeps; for ResetEx a ratio <= 0 keeps) and channel

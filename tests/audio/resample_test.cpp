@@ -5,6 +5,7 @@
 #include <math.h>
 #include <string.h>
 #include <algorithm>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -346,12 +347,19 @@ TEST(Resample, SincMatchesReference) {
     ExpectClose(RefSinc(std::vector<double>(xf.begin(), xf.end()), 2, r[0], r[1]),
                 Values<float>(Stream(flt.h, Bytes(xf), 8)), 2.5e-7, "float");
   }
-  // The ratio form keeps the phase in double precision.
-  HKYRESAMPLE h;
-  ASSERT_EQ(S_OK, KyAudio_ResampleOpenEx(&h, kF64, 1, 1.37, 3));
+  // A ratio given as a double: a fraction runs exactly as with two rates, any other ratio
+  // advances the phase in double precision.
   const std::vector<double> x = Noise(500, 3);
-  ExpectClose(RefSinc(x, 1, 0, 1.37), Values<double>(Stream(h, Bytes(x), 8)), 1e-13, "ratio");
-  KyAudio_ResampleClose(h);
+  struct Form { double ratio; LONG src, dst; } forms[] = {
+      {1.37, 100, 137}, {48000.0 / 44100, 44100, 48000}, {1.37 * (1 + 1e-9), 0, 0}};
+  for (const Form &f : forms) {
+    HKYRESAMPLE h;
+    ASSERT_EQ(S_OK, KyAudio_ResampleOpenEx(&h, kF64, 1, f.ratio, 3));
+    EXPECT_EQ(static_cast<DWORD>(f.dst / std::max<LONG>(1, std::gcd(f.src, f.dst))), h->phaseDen);
+    ExpectClose(RefSinc(x, 1, f.src, f.src ? f.dst : f.ratio),
+                Values<double>(Stream(h, Bytes(x), 8)), 1e-13, "ratio");
+    KyAudio_ResampleClose(h);
+  }
 }
 
 TEST(Resample, SincPrimesWithThirteenFrames) {
@@ -512,7 +520,7 @@ TEST(Resample, ResetKeepsOrRestartsTheStream) {
   EXPECT_EQ(E_POINTER, KyAudio_ResampleReset(nullptr, 0, 0, 0, 0, TRUE));
   ASSERT_EQ(S_OK, KyAudio_ResampleResetEx(r.h, 0, 1.5, 0, FALSE));
   EXPECT_DOUBLE_EQ(1.0 / 1.5, r.h->inverseRatio);
-  EXPECT_EQ(0u, r.h->phaseDen);  // the ratio form
+  EXPECT_EQ(3u, r.h->phaseDen);  // 1.5 = 3/2
   ASSERT_EQ(S_OK, KyAudio_ResampleReset(r.h, 0, 48000, 24000, 0, FALSE));  // the same rates
   EXPECT_DOUBLE_EQ(0.5, r.h->ratio);
   EXPECT_EQ(1u, r.h->phaseDen);
