@@ -105,15 +105,20 @@ HRESULT StreamBytes(IStream *s, std::vector<BYTE> &out) {
   return got == out.size() ? S_OK : STG_E_READFAULT;
 }
 
-// A memory stream over a movable global block (the stream owns it), rewound.
-HRESULT StreamOver(HGLOBAL block, IStream **out) {
+// A memory stream over a movable global block (the stream owns it) of `length` bytes, rewound.
+// The block may be one byte longer (an empty state still gets a block that can be locked).
+HRESULT StreamOver(HGLOBAL block, DWORD length, IStream **out) {
   HRESULT hr = CreateStreamOnHGlobal(block, TRUE, out);
   if (FAILED(hr)) {
+    *out = nullptr;
     GlobalFree(block);
     return hr;
   }
+  ULARGE_INTEGER len;
+  len.QuadPart = length;
+  hr = (*out)->SetSize(len);
   LARGE_INTEGER zero{};
-  return (*out)->Seek(zero, STREAM_SEEK_SET, nullptr);
+  return SUCCEEDED(hr) ? (*out)->Seek(zero, STREAM_SEEK_SET, nullptr) : hr;
 }
 
 HRESULT SaveToFile(HKEY key, const char *name, const std::vector<BYTE> &bytes, LONG family) {
@@ -155,14 +160,7 @@ HRESULT LoadFromFile(const std::string &path, IStream **out) {
     GlobalFree(block);
     return KYERR_FILE_OPEN;
   }
-  HRESULT hr = StreamOver(block, out);
-  // The stream is as long as the block, which may be one byte longer for an empty file.
-  if (SUCCEEDED(hr)) {
-    ULARGE_INTEGER len;
-    len.QuadPart = size;
-    hr = (*out)->SetSize(len);
-  }
-  return hr;
+  return StreamOver(block, size, out);
 }
 
 } // namespace
@@ -251,12 +249,7 @@ extern "C" HRESULT KYAPI KyDSFilter_LoadPreset(IUnknown *filter, const char *nam
       }
       CopyMemory(q, data.data(), size);
       GlobalUnlock(block);
-      hr = StreamOver(block, &s);
-      if (SUCCEEDED(hr)) {
-        ULARGE_INTEGER len;
-        len.QuadPart = size;
-        hr = s->SetSize(len);
-      }
+      hr = StreamOver(block, size, &s);
     }
     if (SUCCEEDED(hr)) hr = p.ps->Load(s);
     if (s) s->Release();
