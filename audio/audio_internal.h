@@ -3,6 +3,7 @@
 #pragma once
 
 #include <windows.h>
+#include <stdint.h>
 #include "ky_audio.h"
 
 namespace ky::audio {
@@ -19,6 +20,20 @@ namespace ky::audio {
 void ReCook(tKYASRCOOKED *c, LONGLONG position);
 void ReCookAtSegmentEnd(tKYASRCOOKED *c); // when `remaining` has run out
 double ScaleOfType(KYSAMPLETYPE t);       // the level scale of a cooked envelope
+
+// Calls f(dst channel start, src channel start, source channel index) for every source
+// channel i whose map entry names a destination channel (0 <= map[i] < dst channels).
+template <class F>
+void ForEachMappedChannel(const WAVEFORMATEX *df, void *dst, const WAVEFORMATEX *sf,
+                          const void *src, const LONG *map, F f) {
+  const LONG dch = df->nChannels, sch = sf->nChannels;
+  const LONG db = BytesOf(Classify(df)), sb = BytesOf(Classify(sf));
+  for (LONG i = 0; i < sch; ++i) {
+    const LONG m = map[i];
+    if (m < 0 || m >= dch) continue; // this source channel is not routed
+    f(static_cast<uint8_t *>(dst) + m * db, static_cast<const uint8_t *>(src) + i * sb, i);
+  }
+}
 
 // Advances a cooked envelope by one frame.
 inline void AdvanceEnvelope(tKYASRCOOKED *c) {

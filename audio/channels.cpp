@@ -167,13 +167,8 @@ extern "C" HRESULT WINAPI KyAudio_CopyChannels(const WAVEFORMATEX *dstFormat, vo
   if (frames < 0) return E_FAIL;
   if (!dst || !src) return E_POINTER;
   const LONG dch = dstFormat->nChannels, sch = srcFormat->nChannels;
-  const LONG db = BytesOf(dt), sb = BytesOf(st);
-  for (LONG i = 0; i < sch; ++i) {
-    const LONG m = map[i];
-    if (m < 0 || m >= dch) continue; // this source channel is not routed
-    f(static_cast<uint8_t *>(dst) + m * db, dch, static_cast<const uint8_t *>(src) + i * sb, sch,
-      frames);
-  }
+  ForEachMappedChannel(dstFormat, dst, srcFormat, src, map,
+                       [&](uint8_t *d, const uint8_t *s, LONG) { f(d, dch, s, sch, frames); });
   return S_OK;
 }
 

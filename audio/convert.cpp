@@ -174,13 +174,13 @@ const KYAUDIOCOPYFUNC kMatrix[11][11] = {
 #undef KY_ROW8
 #undef KY_C
 
+} // namespace
+
 int CpuLevel(int most) {
   LONG level = KyGetCPUSupport(15);
   if (level < 0) return 0;
   return level > most ? most : int(level);
 }
-
-} // namespace
 
 KYAUDIOCOPYFUNC PlainConverter(KYSAMPLETYPE dst, KYSAMPLETYPE src) {
   const int di = TypeIndex(dst), si = TypeIndex(src);
@@ -188,9 +188,10 @@ KYAUDIOCOPYFUNC PlainConverter(KYSAMPLETYPE dst, KYSAMPLETYPE src) {
   return kMatrix[di][si];
 }
 
-// The float32 destination from 16 and 24 bits, and back, have processor-specific variants:
-// levels 0-1 the plain loop, 2-4 the SSE2 loop, 5 (16-bit to float only) a second SSE2 loop
-// that aligns its stores. Every variant gives the plain loop's bits.
+// The float32 destination from 16 and 24 bits, and back, and float32 to float64 have
+// processor-specific variants: levels 0-1 the plain loop, 2-4 the SSE2 loop, 5 (16-bit to
+// float only) a second SSE2 loop that aligns its stores. Every variant gives the plain
+// loop's bits.
 KYAUDIOCOPYFUNC ConverterForLevel(KYSAMPLETYPE dst, KYSAMPLETYPE src, int level) {
   if (level < 0) level = 0;
   if (dst == KYSAMPLE_F32 && src == KYSAMPLE_S16) {
@@ -208,6 +209,9 @@ KYAUDIOCOPYFUNC ConverterForLevel(KYSAMPLETYPE dst, KYSAMPLETYPE src, int level)
   }
   if (dst == KYSAMPLE_S24 && src == KYSAMPLE_F32) {
     return level >= 2 ? F32ToS24Sse2 : PlainConverter(dst, src);
+  }
+  if (dst == KYSAMPLE_F64 && src == KYSAMPLE_F32) {
+    return level >= 2 ? F32ToF64Sse2 : PlainConverter(dst, src);
   }
   return PlainConverter(dst, src);
 }

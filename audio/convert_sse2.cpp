@@ -61,32 +61,37 @@ void WINAPI S16ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   }
 }
 
-// Sixteen samples per step, each half widened by placing it in the high 16 bits of a zeroed
-// lane; aligned stores when the destination allows them.
-template <bool kAligned, bool kUnity>
+// Sixteen samples per step in two independent chains, so that the conversions of one half
+// overlap the loads and stores of the other; aligned stores when the destination allows.
+template <bool kAligned>
 static void S16ToF32Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
   const __m128 scale = _mm_set1_ps(1.0f / 32768.0f);
   const __m128 g = _mm_set1_ps(gain);
-  const __m128i zero = _mm_setzero_si128();
+  const bool unity = gain == 1.0f;
   for (LONG b = blocks; b-- > 0;) {
-    const __m128i x0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 32));
-    const __m128i x1 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 32 + 16));
-    __m128 f[4] = {
-        _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(zero, x0), 16)),
-        _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(zero, x0), 16)),
-        _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(zero, x1), 16)),
-        _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(zero, x1), 16)),
-    };
-    for (int k = 0; k < 4; ++k) {
-      f[k] = _mm_mul_ps(f[k], scale);
-      if (!kUnity) f[k] = _mm_mul_ps(f[k], g);
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 32));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 32 + 16));
+    __m128 a = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16)), scale);
+    __m128 c = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(y, y), 16)), scale);
+    __m128 e = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16)), scale);
+    __m128 h = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(y, y), 16)), scale);
+    if (!unity) {
+      a = _mm_mul_ps(a, g);
+      c = _mm_mul_ps(c, g);
+      e = _mm_mul_ps(e, g);
+      h = _mm_mul_ps(h, g);
     }
-    auto *out = reinterpret_cast<float *>(d + b * 64);
-    for (int k = 0; k < 4; ++k) {
-      if (kAligned)
-        _mm_store_ps(out + 4 * k, f[k]);
-      else
-        _mm_storeu_ps(out + 4 * k, f[k]);
+    float *out = reinterpret_cast<float *>(d + b * 64);
+    if (kAligned) {
+      _mm_store_ps(out, a);
+      _mm_store_ps(out + 4, e);
+      _mm_store_ps(out + 8, c);
+      _mm_store_ps(out + 12, h);
+    } else {
+      _mm_storeu_ps(out, a);
+      _mm_storeu_ps(out + 4, e);
+      _mm_storeu_ps(out + 8, c);
+      _mm_storeu_ps(out + 12, h);
     }
   }
 }
@@ -97,18 +102,10 @@ void WINAPI S16ToF32Sse2Aligned(void *dstv, const void *srcv, LONG n, float gain
   auto *s = static_cast<const uint8_t *>(srcv);
   const LONG blocks = n / 16;
   PlainTail(KYSAMPLE_F32, KYSAMPLE_S16, d + blocks * 64, s + blocks * 32, n - blocks * 16, gain);
-  const bool aligned = (reinterpret_cast<uintptr_t>(d) & 15) == 0;
-  if (gain == 1.0f) {
-    if (aligned)
-      S16ToF32Blocks<true, true>(d, s, blocks, gain);
-    else
-      S16ToF32Blocks<false, true>(d, s, blocks, gain);
-  } else {
-    if (aligned)
-      S16ToF32Blocks<true, false>(d, s, blocks, gain);
-    else
-      S16ToF32Blocks<false, false>(d, s, blocks, gain);
-  }
+  if ((reinterpret_cast<uintptr_t>(d) & 15) == 0)
+    S16ToF32Blocks<true>(d, s, blocks, gain);
+  else
+    S16ToF32Blocks<false>(d, s, blocks, gain);
 }
 
 void WINAPI S24ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
@@ -180,6 +177,56 @@ void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
     Store32(out + 8, static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(p, 8))));
   }
   PlainTail(KYSAMPLE_S24, KYSAMPLE_F32, d + blocks * 12, s + blocks * 16, n - blocks * 4, gain);
+}
+
+} // namespace ky::audio
+
+namespace ky::audio {
+
+void WINAPI F32ToF64Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 4;
+  PlainTail(KYSAMPLE_F64, KYSAMPLE_F32, d + blocks * 32, s + blocks * 16, n - blocks * 4, gain);
+  const bool unity = gain == 1.0f;
+  const __m128d g = _mm_set1_pd(double(gain));
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128 x = _mm_loadu_ps(reinterpret_cast<const float *>(s + b * 16));
+    __m128d lo = _mm_cvtps_pd(x), hi = _mm_cvtps_pd(_mm_movehl_ps(x, x));
+    if (!unity) {
+      lo = _mm_mul_pd(lo, g);
+      hi = _mm_mul_pd(hi, g);
+    }
+    _mm_storeu_pd(reinterpret_cast<double *>(d + b * 32), lo);
+    _mm_storeu_pd(reinterpret_cast<double *>(d + b * 32 + 16), hi);
+  }
+}
+
+// Float32 destination mixers: dst + value x factor per lane, the factor repeating every
+// `channels` samples (1, 2 or 4 channels fill the four lanes evenly).
+void MixF32S16Sse2(float *d, const int16_t *s, LONG n, const float factors[4]) {
+  const __m128 f = _mm_loadu_ps(factors);
+  LONG i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+    const __m128 lo = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16));
+    const __m128 hi = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16));
+    _mm_storeu_ps(d + i, _mm_add_ps(_mm_loadu_ps(d + i), _mm_mul_ps(lo, f)));
+    _mm_storeu_ps(d + i + 4, _mm_add_ps(_mm_loadu_ps(d + i + 4), _mm_mul_ps(hi, f)));
+  }
+  for (; i < n; ++i) d[i] = d[i] + float(s[i]) * factors[i & 3];
+}
+
+void MixF32F32Sse2(float *d, const float *s, LONG n, const float factors[4]) {
+  const __m128 f = _mm_loadu_ps(factors);
+  LONG i = 0;
+  for (; i + 8 <= n; i += 8) {
+    _mm_storeu_ps(d + i, _mm_add_ps(_mm_loadu_ps(d + i), _mm_mul_ps(_mm_loadu_ps(s + i), f)));
+    _mm_storeu_ps(d + i + 4,
+                  _mm_add_ps(_mm_loadu_ps(d + i + 4), _mm_mul_ps(_mm_loadu_ps(s + i + 4), f)));
+  }
+  for (; i < n; ++i) d[i] = d[i] + s[i] * factors[i & 3];
 }
 
 } // namespace ky::audio

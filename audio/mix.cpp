@@ -2,6 +2,7 @@
 // gain envelope, or channel by channel through a map. Types 16 to 49 (the big-endian types
 // have no mixers).
 #include "audio_internal.h"
+#include "convert_variants.h"
 #include "pair_ops.h"
 
 namespace ky::audio {
@@ -9,6 +10,9 @@ namespace ky::audio {
 namespace {
 
 constexpr LONG kStackChannels = 32;
+
+// Processor level for the mixers' SSE2 loops (a test seam can lower it).
+int g_mixLevel = CpuLevel(5);
 
 bool AllUnity(const double *gains, LONG channels) {
   if (!gains) return true;
@@ -44,6 +48,19 @@ void WINAPI MixFn(void *dstv, const void *srcv, LONG n, LONG channels, const dou
   if (channels <= 0) channels = 1;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
+  if constexpr (std::is_same_v<D, TF32> && (std::is_same_v<S, TS16> || std::is_same_v<S, TF32>)) {
+    // The mix bus's common case: SSE2 when the channel gains fill four lanes evenly. The
+    // lanes do the scalar loop's float multiply and add, so the results are identical.
+    if ((channels == 1 || channels == 2 || channels == 4) && g_mixLevel >= 2) {
+      float f[4];
+      for (int k = 0; k < 4; ++k) f[k] = MixFactor<D, S>(gains ? gains[k % channels] : 1.0);
+      if constexpr (std::is_same_v<S, TS16>)
+        MixF32S16Sse2(reinterpret_cast<float *>(d), reinterpret_cast<const int16_t *>(s), n, f);
+      else
+        MixF32F32Sse2(reinterpret_cast<float *>(d), reinterpret_cast<const float *>(s), n, f);
+      return;
+    }
+  }
   if (AllUnity(gains, channels)) {
     for (LONG i = 0; i < n; ++i) MixOneUnity<D, S>(d + i * D::kBytes, s + i * S::kBytes);
     return;
@@ -170,11 +187,33 @@ HRESULT MixArgs(const WAVEFORMATEX *df, void *dst, const WAVEFORMATEX *sf, const
   return S_OK;
 }
 
+// The one-shot mixers: look the mixer up, check the arguments, mix frames x channels.
+template <class Lookup, class Extra>
+HRESULT RunMixer(Lookup lookup, const WAVEFORMATEX *df, void *dst, const WAVEFORMATEX *sf,
+                 const void *src, LONG frames, Extra extra) {
+  if (frames == 0) return S_OK;
+  auto f = lookup(Classify(df), Classify(sf));
+  if (!f) return E_NOTIMPL;
+  const HRESULT hr = MixArgs(df, dst, sf, src, frames, true);
+  if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
+  if (!extra) return E_POINTER;
+  f(dst, src, frames * sf->nChannels, sf->nChannels, extra);
+  return S_OK;
+}
+
 } // namespace
 
 } // namespace ky::audio
 
 using namespace ky::audio;
+
+// Test seam: sets the processor level the mixers choose their loops by (negative: the
+// processor's own); returns the previous level.
+extern "C" LONG WINAPI KyInternal_AudioSetMixLevel(LONG level) {
+  const LONG old = g_mixLevel;
+  g_mixLevel = level < 0 ? CpuLevel(5) : int(level);
+  return old;
+}
 
 extern "C" KYAUDIOMIXFUNC WINAPI KyAudio_GetMixFunction(const WAVEFORMATEX *dstFormat,
                                                         const WAVEFORMATEX *srcFormat) {
@@ -184,14 +223,7 @@ extern "C" KYAUDIOMIXFUNC WINAPI KyAudio_GetMixFunction(const WAVEFORMATEX *dstF
 extern "C" HRESULT WINAPI KyAudio_Mix(const WAVEFORMATEX *dstFormat, void *dst,
                                       const WAVEFORMATEX *srcFormat, const void *src,
                                       LONG frames, const double *gains) {
-  if (frames == 0) return S_OK;
-  KYAUDIOMIXFUNC f = MixerFor(Classify(dstFormat), Classify(srcFormat));
-  if (!f) return E_NOTIMPL;
-  const HRESULT hr = MixArgs(dstFormat, dst, srcFormat, src, frames, true);
-  if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
-  if (!gains) return E_POINTER;
-  f(dst, src, frames * srcFormat->nChannels, srcFormat->nChannels, gains);
-  return S_OK;
+  return RunMixer(MixerFor, dstFormat, dst, srcFormat, src, frames, gains);
 }
 
 extern "C" KYAUDIOMIXEXFUNC WINAPI KyAudio_GetMixExFunction(const WAVEFORMATEX *dstFormat,
@@ -202,14 +234,7 @@ extern "C" KYAUDIOMIXEXFUNC WINAPI KyAudio_GetMixExFunction(const WAVEFORMATEX *
 extern "C" HRESULT WINAPI KyAudio_MixEx(const WAVEFORMATEX *dstFormat, void *dst,
                                         const WAVEFORMATEX *srcFormat, const void *src,
                                         LONG frames, tKYASRCOOKED *envelope) {
-  if (frames == 0) return S_OK;
-  KYAUDIOMIXEXFUNC f = MixExFor(Classify(dstFormat), Classify(srcFormat));
-  if (!f) return E_NOTIMPL;
-  const HRESULT hr = MixArgs(dstFormat, dst, srcFormat, src, frames, true);
-  if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
-  if (!envelope) return E_POINTER;
-  f(dst, src, frames * srcFormat->nChannels, srcFormat->nChannels, envelope);
-  return S_OK;
+  return RunMixer(MixExFor, dstFormat, dst, srcFormat, src, frames, envelope);
 }
 
 extern "C" KYAUDIOMIXCHANNELFUNC WINAPI KyAudio_GetMixChannelsFunction(
@@ -231,12 +256,9 @@ extern "C" HRESULT WINAPI KyAudio_MixChannels(const WAVEFORMATEX *dstFormat, voi
   if (hr != S_OK) return hr == S_FALSE ? S_OK : hr;
   if (!gains) return E_POINTER;
   const LONG dch = dstFormat->nChannels, sch = srcFormat->nChannels;
-  const LONG db = BytesOf(dt), sb = BytesOf(st);
-  for (LONG i = 0; i < sch; ++i) {
-    const LONG m = map[i];
-    if (m < 0 || m >= dch) continue; // not routed
-    f(static_cast<uint8_t *>(dst) + m * db, dch, static_cast<const uint8_t *>(src) + i * sb, sch,
-      frames, gains[i]);
-  }
+  ForEachMappedChannel(dstFormat, dst, srcFormat, src, map, [&](uint8_t *d, const uint8_t *s,
+                                                                LONG i) {
+    f(d, dch, s, sch, frames, gains[i]);
+  });
   return S_OK;
 }

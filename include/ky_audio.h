@@ -224,7 +224,9 @@ KY_IMPORT HRESULT KYAPI KyAudio_GetAttribsText(const WAVEFORMATEX *format, char 
  * their times, the total length (100-ns units) giving the sustain; when attack + release
  * exceed the total, the total is split equally (the odd frame to the attack). Levels are
  * multiplied by `gain` and the type's full-scale factor. Then re-cooks at `position`
- * (frames). E_POINTER for a null argument, E_FAIL for an unsupported format. */
+ * (frames). Any format is accepted: a type without a full-scale factor (float, the
+ * unpacked and 8-bit signed types) leaves the levels at the gain alone, and the mixers
+ * scale such sources themselves. E_POINTER for a null argument. */
 KY_IMPORT HRESULT KYAPI KyAudio_ASRCook(const WAVEFORMATEX *format, const tKYASR *asr,
                                         tKYASRCOOKED *cooked, LONGLONG position,
                                         LONGLONG totalLength, double gain);

@@ -134,7 +134,8 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
   const KYSAMPLETYPE pairs[][2] = {{KYSAMPLE_F32, KYSAMPLE_S16},
                                    {KYSAMPLE_F32, KYSAMPLE_S24},
                                    {KYSAMPLE_S16, KYSAMPLE_F32},
-                                   {KYSAMPLE_S24, KYSAMPLE_F32}};
+                                   {KYSAMPLE_S24, KYSAMPLE_F32},
+                                   {KYSAMPLE_F64, KYSAMPLE_F32}};
   const unsigned seed = 77;
   for (auto &p : pairs) {
     const KYSAMPLETYPE d = p[0], s = p[1];
@@ -162,8 +163,42 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
         }
       }
     }
+    // In place, every level.
+    for (LONG level = 0; level <= 5; ++level) {
+      KYAUDIOCOPYFUNC f = forLevel(d, s, level);
+      std::vector<uint8_t> want(total * Of(d).bytes);
+      plain(want.data(), src.data(), LONG(total), 0.5f);
+      std::vector<uint8_t> buf(total * (Of(d).bytes > Of(s).bytes ? Of(d).bytes : Of(s).bytes));
+      memcpy(buf.data(), src.data(), src.size());
+      f(buf.data(), buf.data(), LONG(total), 0.5f);
+      buf.resize(want.size());
+      EXPECT_TRUE(buf == want) << Pair(d, s, 0.5f) << " in place, level " << level;
+    }
     EXPECT_GE(variants.size(), 2u) << Pair(d, s, 1) << " has no processor variant";
   }
+}
+
+// Large, aligned buffers take the streaming stores of the 16-bit to float32 variant.
+TEST(AudioConvert, LargeAlignedBuffersGiveThePlainBits) {
+  auto forLevel = kytest::Export<KYAUDIOCOPYFUNC(WINAPI *)(KYSAMPLETYPE, KYSAMPLETYPE, LONG)>(
+      "KyInternal_AudioConverterForLevel");
+  ASSERT_NE(forLevel, nullptr);
+  const LONG n = 300001;
+  auto *a = static_cast<float *>(VirtualAlloc(nullptr, n * 8, MEM_COMMIT, PAGE_READWRITE));
+  auto *b = static_cast<float *>(VirtualAlloc(nullptr, n * 8, MEM_COMMIT, PAGE_READWRITE));
+  ASSERT_TRUE(a && b);
+  std::vector<int16_t> src(n);
+  for (LONG i = 0; i < n; ++i) src[i] = int16_t(i * 7919);
+  for (LONG level : {2, 5}) {
+    forLevel(KYSAMPLE_F32, KYSAMPLE_S16, 0)(a, src.data(), n, 0.25f);
+    forLevel(KYSAMPLE_F32, KYSAMPLE_S16, level)(b, src.data(), n, 0.25f);
+    EXPECT_EQ(memcmp(a, b, n * 4), 0) << "level " << level;
+    memcpy(b, src.data(), n * 2); // in place
+    forLevel(KYSAMPLE_F32, KYSAMPLE_S16, level)(b, b, n, 0.25f);
+    EXPECT_EQ(memcmp(a, b, n * 4), 0) << "in place, level " << level;
+  }
+  VirtualFree(a, 0, MEM_RELEASE);
+  VirtualFree(b, 0, MEM_RELEASE);
 }
 
 TEST(AudioConvert, InPlaceEqualsOutOfPlace) {
