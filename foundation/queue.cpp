@@ -1,5 +1,7 @@
 // Intrusive FIFO queues: a ring of client elements through a sentinel head, guarded by the
 // head's critical section, with a manual-reset event that wakes every waiting consumer.
+// A null head, element or match procedure is refused (0 or null, nothing touched) rather
+// than dereferenced.
 #include "ky_internal.h"
 #include "ky_queue.h"
 
@@ -57,6 +59,7 @@ inline tKYQELM *TakeOut(tKYQHEAD *head, tKYQELM *e) {
 
 // Removal from the front or the back, waiting once outside the lock for the queue to fill.
 tKYQELM *RemoveEnd(tKYQHEAD *head, DWORD timeout, bool fromTail) {
+  if (!head) return nullptr;
   EnterCriticalSection(&head->lock);
   if (IsEmpty(head) && timeout != 0) {
     HANDLE event = head->event;
@@ -78,6 +81,7 @@ tKYQELM *RemoveEnd(tKYQHEAD *head, DWORD timeout, bool fromTail) {
 }
 
 tKYQELM *FindAndRemove(tKYQHEAD *head, KYQMATCHPROC match, DWORD param, bool backward) {
+  if (!head || !match) return nullptr;
   Locked hold(head);
   tKYQELM *s = Sentinel(head);
   for (tKYQELM *e = backward ? s->prev : s->next; e != s; e = backward ? e->prev : e->next) {
@@ -89,6 +93,7 @@ tKYQELM *FindAndRemove(tKYQHEAD *head, KYQMATCHPROC match, DWORD param, bool bac
 // Moves `element` to the tail (toTail) or the front after checking it belongs to the
 // queue: the walk starts at the destination end and fails when it comes back to the head.
 int MoveToEnd(tKYQHEAD *head, tKYQELM *element, bool toTail) {
+  if (!head || !element) return 0;
   Locked hold(head);
   tKYQELM *s = Sentinel(head);
   tKYQELM *end = toTail ? s->prev : s->next;
@@ -109,6 +114,7 @@ int MoveToEnd(tKYQHEAD *head, tKYQELM *element, bool toTail) {
 
 extern "C" int WINAPI KyQueueInitialize(tKYQHEAD *head) {
   return ky::Guard(0, [&] {
+    if (!head) return 0;
     if (!head->event) {
       HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
       if (!event) return 0;
@@ -122,6 +128,7 @@ extern "C" int WINAPI KyQueueInitialize(tKYQHEAD *head) {
 
 extern "C" void WINAPI KyQueueDelete(tKYQHEAD *head) {
   ky::Guard(0, [&] {
+    if (!head) return 0;
     auto event = reinterpret_cast<HANDLE>(
         InterlockedExchange(reinterpret_cast<LONG volatile *>(&head->event), 0));
     if (!event) return 0;
@@ -138,6 +145,7 @@ extern "C" void WINAPI KyQueueDelete(tKYQHEAD *head) {
 
 extern "C" void WINAPI KyQueueFlush(tKYQHEAD *head) {
   ky::Guard(0, [&] {
+    if (!head) return 0;
     Locked hold(head);
     MakeEmpty(head);
     // Left signalled on purpose: every waiter wakes and finds the queue empty.
@@ -148,6 +156,7 @@ extern "C" void WINAPI KyQueueFlush(tKYQHEAD *head) {
 
 extern "C" void WINAPI KyQueueInsert(tKYQHEAD *head, tKYQELM *element) {
   ky::Guard(0, [&] {
+    if (!head || !element) return 0;
     Locked hold(head);
     tKYQELM *s = Sentinel(head);
     LinkBetween(element, s->prev, s);
@@ -158,6 +167,7 @@ extern "C" void WINAPI KyQueueInsert(tKYQHEAD *head, tKYQELM *element) {
 
 extern "C" void WINAPI KyQueueInsertHead(tKYQHEAD *head, tKYQELM *element) {
   ky::Guard(0, [&] {
+    if (!head || !element) return 0;
     Locked hold(head);
     tKYQELM *s = Sentinel(head);
     LinkBetween(element, s, s->next);
@@ -176,6 +186,7 @@ extern "C" tKYQELM *WINAPI KyQueueRemoveTail(tKYQHEAD *head, DWORD timeout) {
 
 extern "C" int WINAPI KyQueueWait(tKYQHEAD *head, DWORD timeout) {
   return ky::Guard(0, [&] {
+    if (!head) return 0;
     if (!IsEmpty(head)) return 1;
     HANDLE event = head->event;
     if (timeout == 0 || !event) return 0;
@@ -204,7 +215,7 @@ extern "C" int WINAPI KyQueueMoveToHead(tKYQHEAD *head, tKYQELM *element) {
 
 int __cdecl IsInKyQueue(tKYQHEAD *head, tKYQELM *element) {
   return ky::Guard(0, [&] {
-    if (!element->next || !element->prev) return 0;
+    if (!head || !element || !element->next || !element->prev) return 0;
     Locked hold(head);
     tKYQELM *s = Sentinel(head);
     for (tKYQELM *e = s->next; e != s; e = e->next) {

@@ -217,6 +217,33 @@ TEST_F(QueueTest, MoveToHead) {
   EXPECT_EQ((std::vector<int>{3, 4, 1, 2}), Drain(false));
 }
 
+// ---- null arguments ----
+
+TEST_F(QueueTest, NullHeadElementOrMatchIsRefusedWithoutTouchingTheQueue) {
+  InsertAll();
+  EXPECT_EQ(0, KyQueueInitialize(nullptr));
+  KyQueueDelete(nullptr);
+  KyQueueFlush(nullptr);
+  KyQueueInsert(nullptr, &items[0].link);
+  KyQueueInsertHead(nullptr, &items[0].link);
+  KyQueueInsert(&q, nullptr);
+  KyQueueInsertHead(&q, nullptr);
+  EXPECT_EQ(nullptr, KyQueueRemove(nullptr, 10));
+  EXPECT_EQ(nullptr, KyQueueRemoveTail(nullptr, 10));
+  EXPECT_EQ(0, KyQueueWait(nullptr, 10));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemove(nullptr, MatchValue, 1));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemoveRev(nullptr, MatchValue, 1));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemove(&q, nullptr, 1));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemoveRev(&q, nullptr, 1));
+  EXPECT_EQ(0, KyQueueMoveToTail(nullptr, &items[0].link));
+  EXPECT_EQ(0, KyQueueMoveToHead(nullptr, &items[3].link));
+  EXPECT_EQ(0, KyQueueMoveToTail(&q, nullptr));
+  EXPECT_EQ(0, KyQueueMoveToHead(&q, nullptr));
+  EXPECT_EQ(0, IsInKyQueue(nullptr, &items[0].link));
+  EXPECT_EQ(0, IsInKyQueue(&q, nullptr));
+  EXPECT_EQ(std::vector<int>({1, 2, 3, 4}), Drain(false));
+}
+
 // ---- IsInKyQueue ----
 
 TEST_F(QueueTest, IsInKyQueueFollowsLinks) {
