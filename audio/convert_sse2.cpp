@@ -1,0 +1,232 @@
+// SSE2 converters of the hot pairs: 16-bit and packed 24-bit to float32 and back.
+// They do the plain loops' arithmetic lane by lane (the same roundings in the same order),
+// so their results are bit-identical; the samples that do not fill a whole block are
+// handed to the plain loop. Widening walks blocks from the end, narrowing from the start,
+// as the plain loops do, so a destination at the source's address is converted in place.
+#include "convert_variants.h"
+#include "sample_io.h"
+
+#include <emmintrin.h>
+#include <stdint.h>
+
+namespace ky::audio {
+
+namespace {
+
+void PlainTail(KYSAMPLETYPE dst, KYSAMPLETYPE src, uint8_t *d, const uint8_t *s, LONG n,
+               float gain) {
+  if (n > 0) PlainConverter(dst, src)(d, s, n, gain);
+}
+
+// Lanes keeping the low three bytes of 32-bit lane k.
+inline __m128i Lane3(int k) {
+  alignas(16) static const uint32_t m[4][4] = {{0x00FFFFFF, 0, 0, 0},
+                                               {0, 0x00FFFFFF, 0, 0},
+                                               {0, 0, 0x00FFFFFF, 0},
+                                               {0, 0, 0, 0x00FFFFFF}};
+  return _mm_load_si128(reinterpret_cast<const __m128i *>(m[k]));
+}
+
+// Float lanes -> truncated, clamped int32 lanes; NaN lanes become 0.
+inline __m128i TruncClamp4(__m128 v, __m128 lo, __m128 hi) {
+  v = _mm_and_ps(v, _mm_cmpord_ps(v, v));
+  return _mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(v, lo), hi));
+}
+inline __m128i TruncClamp2d(__m128d v, __m128d lo, __m128d hi) {
+  v = _mm_and_pd(v, _mm_cmpord_pd(v, v));
+  return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(v, lo), hi));
+}
+
+} // namespace
+
+void WINAPI S16ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 8;
+  PlainTail(KYSAMPLE_F32, KYSAMPLE_S16, d + blocks * 32, s + blocks * 16, n - blocks * 8, gain);
+  const __m128 scale = _mm_set1_ps(1.0f / 32768.0f);
+  const __m128 g = _mm_set1_ps(gain);
+  const bool unity = gain == 1.0f;
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 16));
+    __m128 lo = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16)), scale);
+    __m128 hi = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16)), scale);
+    if (!unity) {
+      lo = _mm_mul_ps(lo, g);
+      hi = _mm_mul_ps(hi, g);
+    }
+    _mm_storeu_ps(reinterpret_cast<float *>(d + b * 32), lo);
+    _mm_storeu_ps(reinterpret_cast<float *>(d + b * 32 + 16), hi);
+  }
+}
+
+// Sixteen samples per step in two independent chains, so that the conversions of one half
+// overlap the loads and stores of the other; aligned stores when the destination allows.
+template <bool kAligned>
+static void S16ToF32Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
+  const __m128 scale = _mm_set1_ps(1.0f / 32768.0f);
+  const __m128 g = _mm_set1_ps(gain);
+  const bool unity = gain == 1.0f;
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 32));
+    const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 32 + 16));
+    __m128 a = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16)), scale);
+    __m128 c = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(y, y), 16)), scale);
+    __m128 e = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16)), scale);
+    __m128 h = _mm_mul_ps(_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(y, y), 16)), scale);
+    if (!unity) {
+      a = _mm_mul_ps(a, g);
+      c = _mm_mul_ps(c, g);
+      e = _mm_mul_ps(e, g);
+      h = _mm_mul_ps(h, g);
+    }
+    float *out = reinterpret_cast<float *>(d + b * 64);
+    if (kAligned) {
+      _mm_store_ps(out, a);
+      _mm_store_ps(out + 4, e);
+      _mm_store_ps(out + 8, c);
+      _mm_store_ps(out + 12, h);
+    } else {
+      _mm_storeu_ps(out, a);
+      _mm_storeu_ps(out + 4, e);
+      _mm_storeu_ps(out + 8, c);
+      _mm_storeu_ps(out + 12, h);
+    }
+  }
+}
+
+void WINAPI S16ToF32Sse2Aligned(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 16;
+  PlainTail(KYSAMPLE_F32, KYSAMPLE_S16, d + blocks * 64, s + blocks * 32, n - blocks * 16, gain);
+  if ((reinterpret_cast<uintptr_t>(d) & 15) == 0)
+    S16ToF32Blocks<true>(d, s, blocks, gain);
+  else
+    S16ToF32Blocks<false>(d, s, blocks, gain);
+}
+
+void WINAPI S24ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  // A block reads 16 bytes for its 12, so the last block must leave 4 bytes after it.
+  const LONG blocks = n >= 6 ? (n - 2) / 4 : 0;
+  PlainTail(KYSAMPLE_F32, KYSAMPLE_S24, d + blocks * 16, s + blocks * 12, n - blocks * 4, gain);
+  const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
+  const __m128 g = _mm_set1_ps(gain);
+  const bool unity = gain == 1.0f;
+  const __m128i m0 = Lane3(0), m1 = Lane3(1), m2 = Lane3(2), m3 = Lane3(3);
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 12));
+    __m128i r = _mm_or_si128(_mm_and_si128(x, m0), _mm_and_si128(_mm_slli_si128(x, 1), m1));
+    r = _mm_or_si128(r, _mm_and_si128(_mm_slli_si128(x, 2), m2));
+    r = _mm_or_si128(r, _mm_and_si128(_mm_slli_si128(x, 3), m3));
+    __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(_mm_slli_epi32(r, 8)), scale);
+    if (!unity) f = _mm_mul_ps(f, g);
+    _mm_storeu_ps(reinterpret_cast<float *>(d + b * 16), f);
+  }
+}
+
+void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 8;
+  const float k = gain == 1.0f ? 32768.0f : gain * 32768.0f;
+  const __m128 kv = _mm_set1_ps(k);
+  const __m128 lo = _mm_set1_ps(-32768.0f), hi = _mm_set1_ps(32767.0f);
+  for (LONG b = 0; b < blocks; ++b) {
+    const float *in = reinterpret_cast<const float *>(s + b * 32);
+    const __m128i a = TruncClamp4(_mm_mul_ps(_mm_loadu_ps(in), kv), lo, hi);
+    const __m128i c = TruncClamp4(_mm_mul_ps(_mm_loadu_ps(in + 4), kv), lo, hi);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(d + b * 16), _mm_packs_epi32(a, c));
+  }
+  PlainTail(KYSAMPLE_S16, KYSAMPLE_F32, d + blocks * 16, s + blocks * 32, n - blocks * 8, gain);
+}
+
+void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 4;
+  const bool unity = gain == 1.0f;
+  const __m128 kf = _mm_set1_ps(8388608.0f);
+  const __m128 lo = _mm_set1_ps(-8388608.0f), hi = _mm_set1_ps(8388607.0f);
+  const __m128d kd = _mm_set1_pd(double(gain) * 8388608.0);
+  const __m128d lod = _mm_set1_pd(-8388608.0), hid = _mm_set1_pd(8388607.0);
+  const __m128i m1 = Lane3(1), m2 = Lane3(2), m3 = Lane3(3), m0 = Lane3(0);
+  for (LONG b = 0; b < blocks; ++b) {
+    const __m128 x = _mm_loadu_ps(reinterpret_cast<const float *>(s + b * 16));
+    __m128i v;
+    if (unity) {
+      v = TruncClamp4(_mm_mul_ps(x, kf), lo, hi);
+    } else {
+      // A gain makes the product inexact: formed in double as the plain loop does.
+      const __m128i a = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(x), kd), lod, hid);
+      const __m128i c = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x)), kd), lod, hid);
+      v = _mm_unpacklo_epi64(a, c);
+    }
+    __m128i p = _mm_or_si128(_mm_and_si128(v, m0), _mm_srli_si128(_mm_and_si128(v, m1), 1));
+    p = _mm_or_si128(p, _mm_srli_si128(_mm_and_si128(v, m2), 2));
+    p = _mm_or_si128(p, _mm_srli_si128(_mm_and_si128(v, m3), 3));
+    uint8_t *out = d + b * 12;
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(out), p);
+    Store32(out + 8, static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(p, 8))));
+  }
+  PlainTail(KYSAMPLE_S24, KYSAMPLE_F32, d + blocks * 12, s + blocks * 16, n - blocks * 4, gain);
+}
+
+} // namespace ky::audio
+
+namespace ky::audio {
+
+void WINAPI F32ToF64Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 4;
+  PlainTail(KYSAMPLE_F64, KYSAMPLE_F32, d + blocks * 32, s + blocks * 16, n - blocks * 4, gain);
+  const bool unity = gain == 1.0f;
+  const __m128d g = _mm_set1_pd(double(gain));
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128 x = _mm_loadu_ps(reinterpret_cast<const float *>(s + b * 16));
+    __m128d lo = _mm_cvtps_pd(x), hi = _mm_cvtps_pd(_mm_movehl_ps(x, x));
+    if (!unity) {
+      lo = _mm_mul_pd(lo, g);
+      hi = _mm_mul_pd(hi, g);
+    }
+    _mm_storeu_pd(reinterpret_cast<double *>(d + b * 32), lo);
+    _mm_storeu_pd(reinterpret_cast<double *>(d + b * 32 + 16), hi);
+  }
+}
+
+// Float32 destination mixers: dst + value x factor per lane, the factor repeating every
+// `channels` samples (1, 2 or 4 channels fill the four lanes evenly).
+void MixF32S16Sse2(float *d, const int16_t *s, LONG n, const float factors[4]) {
+  const __m128 f = _mm_loadu_ps(factors);
+  LONG i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+    const __m128 lo = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(x, x), 16));
+    const __m128 hi = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(x, x), 16));
+    _mm_storeu_ps(d + i, _mm_add_ps(_mm_loadu_ps(d + i), _mm_mul_ps(lo, f)));
+    _mm_storeu_ps(d + i + 4, _mm_add_ps(_mm_loadu_ps(d + i + 4), _mm_mul_ps(hi, f)));
+  }
+  for (; i < n; ++i) d[i] = d[i] + float(s[i]) * factors[i & 3];
+}
+
+void MixF32F32Sse2(float *d, const float *s, LONG n, const float factors[4]) {
+  const __m128 f = _mm_loadu_ps(factors);
+  LONG i = 0;
+  for (; i + 8 <= n; i += 8) {
+    _mm_storeu_ps(d + i, _mm_add_ps(_mm_loadu_ps(d + i), _mm_mul_ps(_mm_loadu_ps(s + i), f)));
+    _mm_storeu_ps(d + i + 4,
+                  _mm_add_ps(_mm_loadu_ps(d + i + 4), _mm_mul_ps(_mm_loadu_ps(s + i + 4), f)));
+  }
+  for (; i < n; ++i) d[i] = d[i] + s[i] * factors[i & 3];
+}
+
+} // namespace ky::audio
