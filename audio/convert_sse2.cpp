@@ -230,3 +230,42 @@ void MixF32F32Sse2(float *d, const float *s, LONG n, const float factors[4]) {
 }
 
 } // namespace ky::audio
+
+namespace ky::audio {
+
+// 16-bit into 16-bit: the saturating 16-bit addition is the sum's clamp; with a gain the
+// scaled source is formed in double, truncated and clamped (NaN products give 0) as the
+// plain loop does, and packed to 16 bits with saturation.
+void MixS16S16Sse2(int16_t *d, const int16_t *s, LONG n, double gain) {
+  LONG i = 0;
+  if (gain == 1.0) {
+    for (; i + 8 <= n; i += 8) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(d + i));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(d + i), _mm_adds_epi16(a, b));
+    }
+  } else {
+    const __m128d g = _mm_set1_pd(gain);
+    const __m128d lo = _mm_set1_pd(-32768.0), hi = _mm_set1_pd(32767.0);
+    for (; i + 8 <= n; i += 8) {
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+      const __m128i b0 = _mm_srai_epi32(_mm_unpacklo_epi16(b, b), 16);
+      const __m128i b1 = _mm_srai_epi32(_mm_unpackhi_epi16(b, b), 16);
+      const __m128i t0 = _mm_unpacklo_epi64(
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(b0), g), lo, hi),
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(_mm_srli_si128(b0, 8)), g), lo, hi));
+      const __m128i t1 = _mm_unpacklo_epi64(
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(b1), g), lo, hi),
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(_mm_srli_si128(b1, 8)), g), lo, hi));
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(d + i));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(d + i), _mm_adds_epi16(a, _mm_packs_epi32(t0, t1)));
+    }
+  }
+  for (; i < n; ++i) {
+    const int32_t t = gain == 1.0 ? s[i] : TruncClamp(double(s[i]) * gain, -32768.0, 32767.0);
+    const int32_t sum = int32_t(d[i]) + t;
+    d[i] = int16_t(sum < -32768 ? -32768 : sum > 32767 ? 32767 : sum);
+  }
+}
+
+} // namespace ky::audio
