@@ -5,7 +5,8 @@ cmake_minimum_required(VERSION 3.20)
 #   IMP_OUT   - the definition file for the import libraries (Name@N, imported by plain name);
 #   TABLE_OUT - a C table {name, argument bytes} that the export test walks.
 # Manifest lines: "Name N" (stdcall, N argument bytes), "Name cdecl", "raw Symbol" (a
-# decorated C++ name exported as it stands); '#' starts a comment.
+# decorated C++ name exported as it stands; a stdcall member's trailing @N is left out of the
+# exported name); '#' starts a comment.
 set(def "LIBRARY tellarok.dll\nEXPORTS\n")
 set(imp "LIBRARY tellarok.dll\nEXPORTS\n")
 set(table "/* generated from the *.exports manifests; do not edit */\n")
@@ -37,9 +38,18 @@ foreach(f IN LISTS files)
     endif()
     list(APPEND seen "${name}")
     if(a STREQUAL "raw")
-      string(APPEND def "  ${b}\n")
-      string(APPEND imp "  ${b}\n")
-      string(APPEND table "{\"${b}\", -2},\n")
+      if(b MATCHES "^(.+)@([0-9]+)$")
+        # A decorated stdcall member: exported under its name without the @N suffix, the
+        # import library's symbol keeps it (dlltool -k strips it from the imported name).
+        set(plain "${CMAKE_MATCH_1}")
+        string(APPEND def "  ${plain} = ${b}\n")
+        string(APPEND imp "  ${b}\n")
+        string(APPEND table "{\"${plain}\", -2},\n")
+      else()
+        string(APPEND def "  ${b}\n")
+        string(APPEND imp "  ${b}\n")
+        string(APPEND table "{\"${b}\", -2},\n")
+      endif()
     elseif(b STREQUAL "cdecl")
       string(APPEND def "  ${a}\n")
       string(APPEND imp "  ${a}\n")

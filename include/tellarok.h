@@ -27,5 +27,6 @@
 #include "ky_keyframe.h"
 #include "ky_preset.h"
 #include "ky_syncout.h"
+#include "ky_path.h"
 
 #endif

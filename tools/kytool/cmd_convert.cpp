@@ -243,12 +243,13 @@ int Convert(const Args &in) {
   const std::string to = TakeOption(args, "--to", "");
   for (const Stage &s : Stages())
     if (!s.parse(args)) return 2;
-  if (args.size() != 2 || to.empty()) {
-    fprintf(stderr, "kytool: convert wants IN.wav OUT.wav --to TYPE\n");
+  if (args.size() != 2) {
+    fprintf(stderr, "kytool: convert wants IN.wav OUT.wav [--to TYPE]\n");
     return 2;
   }
-  const LONG target = ParseTypeName(to);
-  if (target == KYSAMPLE_UNKNOWN) {
+  // Without --to the output keeps the input's sample type.
+  LONG target = to.empty() ? KYSAMPLE_UNKNOWN : ParseTypeName(to);
+  if (!to.empty() && target == KYSAMPLE_UNKNOWN) {
     fprintf(stderr, "kytool: unknown sample type \"%s\" (u8 s8 s16 s24 s32 f32 f64 s24in32 "
                     "s16be s24be s32be)\n", to.c_str());
     return 2;
@@ -256,6 +257,7 @@ int Convert(const Args &in) {
   Audio src, dst;
   if (!ReadWave(args[0], src)) return 1;
   printf("in:  %s\n", Describe(src).c_str());
+  if (to.empty()) target = KyAudio_GetSampleType(&src.format.Format);
 
   bool anyStage = false;
   for (const Stage &s : Stages()) anyStage = anyStage || s.active();
@@ -284,11 +286,14 @@ int Demo(const Args &) {
   GetTempPathA(MAX_PATH, tmp);
   const std::string f32 = std::string(tmp) + "kytool_convert_f32.wav";
   const std::string s24 = std::string(tmp) + "kytool_convert_s24_mono.wav";
+  const std::string r48 = std::string(tmp) + "kytool_convert_48k.wav";
   int rc = Convert({in, f32, "--to", "f32"});
   rc |= Convert({f32, s24, "--to", "s24", "--channels", "1", "--gain", "-6", "--fade-in", "20",
                  "--fade-out", "50"});
+  rc |= Convert({in, r48, "--rate", "48000", "--method", "sinc"});
   DeleteFileA(f32.c_str());
   DeleteFileA(s24.c_str());
+  DeleteFileA(r48.c_str());
   return rc;
 }
 
@@ -296,8 +301,9 @@ int Demo(const Args &) {
 
 } // namespace kytool::convert
 
-// Each stage's options belong in this usage line (the rate stage adds "[--rate HZ]").
+// Each stage's options belong in this usage line.
 KYTOOL_COMMAND("convert",
-               "IN.wav OUT.wav --to TYPE [--channels 1|2] [--gain DB] [--fade-in MS --fade-out MS]",
-               "convert a WAVE file between sample types, with channel, gain and fade stages",
+               "IN.wav OUT.wav [--to TYPE] [--channels 1|2] [--rate HZ [--method linear|sinc] "
+               "[--antialias 0|2|4|6]] [--gain DB] [--fade-in MS --fade-out MS]",
+               "convert a WAVE file between sample types, with channel, rate, gain and fade stages",
                kytool::convert::Convert, kytool::convert::Demo, 50);

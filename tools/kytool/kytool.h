@@ -31,6 +31,9 @@ std::string SamplePath(const std::string &name);
 std::string TakeOption(Args &args, const std::string &name, const std::string &fallback);
 bool TakeFlag(Args &args, const std::string &name);
 
+// "0xCODE: text" of a status, with the error handler's text where the library has one.
+std::string StatusText(long status);
+
 struct Registrar {
   explicit Registrar(const Command &c) { Register(c); }
 };
