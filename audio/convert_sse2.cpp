@@ -137,12 +137,16 @@ void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   const LONG blocks = n / 8;
   const float k = gain == 1.0f ? 32768.0f : gain * 32768.0f;
   const __m128 kv = _mm_set1_ps(k);
-  const __m128 lo = _mm_set1_ps(-32768.0f), hi = _mm_set1_ps(32767.0f);
+  const __m128 hi = _mm_set1_ps(32767.0f);
+  // Only the top needs clamping in float: below -32768 the truncation gives a value (or the
+  // integer indefinite 0x80000000) that the saturating pack turns into -32768.
   for (LONG b = 0; b < blocks; ++b) {
     const float *in = reinterpret_cast<const float *>(s + b * 32);
-    const __m128i a = TruncClamp4(_mm_mul_ps(_mm_loadu_ps(in), kv), lo, hi);
-    const __m128i c = TruncClamp4(_mm_mul_ps(_mm_loadu_ps(in + 4), kv), lo, hi);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(d + b * 16), _mm_packs_epi32(a, c));
+    __m128 x = _mm_mul_ps(_mm_loadu_ps(in), kv), y = _mm_mul_ps(_mm_loadu_ps(in + 4), kv);
+    x = _mm_min_ps(_mm_and_ps(x, _mm_cmpord_ps(x, x)), hi);
+    y = _mm_min_ps(_mm_and_ps(y, _mm_cmpord_ps(y, y)), hi);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(d + b * 16),
+                     _mm_packs_epi32(_mm_cvttps_epi32(x), _mm_cvttps_epi32(y)));
   }
   PlainTail(KYSAMPLE_S16, KYSAMPLE_F32, d + blocks * 16, s + blocks * 32, n - blocks * 8, gain);
 }
