@@ -155,13 +155,15 @@ void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  const LONG blocks = n / 4;
+  // Each block's last 4-byte store reaches one byte into the next sample, so the last
+  // sample always goes to the plain loop.
+  const LONG blocks = (n - 1) / 4;
   const bool unity = gain == 1.0f;
   const __m128 kf = _mm_set1_ps(8388608.0f);
   const __m128 lo = _mm_set1_ps(-8388608.0f), hi = _mm_set1_ps(8388607.0f);
   const __m128d kd = _mm_set1_pd(double(gain) * 8388608.0);
   const __m128d lod = _mm_set1_pd(-8388608.0), hid = _mm_set1_pd(8388607.0);
-  const __m128i m1 = Lane3(1), m2 = Lane3(2), m3 = Lane3(3), m0 = Lane3(0);
+  alignas(16) int32_t t[4];
   for (LONG b = 0; b < blocks; ++b) {
     const __m128 x = _mm_loadu_ps(reinterpret_cast<const float *>(s + b * 16));
     __m128i v;
@@ -173,12 +175,14 @@ void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
       const __m128i c = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x)), kd), lod, hid);
       v = _mm_unpacklo_epi64(a, c);
     }
-    __m128i p = _mm_or_si128(_mm_and_si128(v, m0), _mm_srli_si128(_mm_and_si128(v, m1), 1));
-    p = _mm_or_si128(p, _mm_srli_si128(_mm_and_si128(v, m2), 2));
-    p = _mm_or_si128(p, _mm_srli_si128(_mm_and_si128(v, m3), 3));
+    // Overlapping 4-byte stores: each writes its sample's three bytes, and its fourth byte
+    // is overwritten by the next store (the source bytes under it were read already).
+    _mm_store_si128(reinterpret_cast<__m128i *>(t), v);
     uint8_t *out = d + b * 12;
-    _mm_storel_epi64(reinterpret_cast<__m128i *>(out), p);
-    Store32(out + 8, static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(p, 8))));
+    Store32(out, uint32_t(t[0]));
+    Store32(out + 3, uint32_t(t[1]));
+    Store32(out + 6, uint32_t(t[2]));
+    Store32(out + 9, uint32_t(t[3]));
   }
   PlainTail(KYSAMPLE_S24, KYSAMPLE_F32, d + blocks * 12, s + blocks * 16, n - blocks * 4, gain);
 }
