@@ -18,15 +18,6 @@ void PlainTail(KYSAMPLETYPE dst, KYSAMPLETYPE src, uint8_t *d, const uint8_t *s,
   if (n > 0) PlainConverter(dst, src)(d, s, n, gain);
 }
 
-// Lanes keeping the low three bytes of 32-bit lane k.
-inline __m128i Lane3(int k) {
-  alignas(16) static const uint32_t m[4][4] = {{0x00FFFFFF, 0, 0, 0},
-                                               {0, 0x00FFFFFF, 0, 0},
-                                               {0, 0, 0x00FFFFFF, 0},
-                                               {0, 0, 0, 0x00FFFFFF}};
-  return _mm_load_si128(reinterpret_cast<const __m128i *>(m[k]));
-}
-
 // Float lanes -> truncated, clamped int32 lanes; NaN lanes become 0.
 inline __m128i TruncClamp4(__m128 v, __m128 lo, __m128 hi) {
   v = _mm_and_ps(v, _mm_cmpord_ps(v, v));
@@ -112,18 +103,17 @@ void WINAPI S24ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  // A block reads 16 bytes for its 12, so the last block must leave 4 bytes after it.
-  const LONG blocks = n >= 6 ? (n - 2) / 4 : 0;
+  // Each sample is read as four bytes (the fourth, the next sample's first, is shifted out),
+  // so the last sample always goes to the plain loop.
+  const LONG blocks = (n - 1) / 4;
   PlainTail(KYSAMPLE_F32, KYSAMPLE_S24, d + blocks * 16, s + blocks * 12, n - blocks * 4, gain);
   const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
   const __m128 g = _mm_set1_ps(gain);
   const bool unity = gain == 1.0f;
-  const __m128i m0 = Lane3(0), m1 = Lane3(1), m2 = Lane3(2), m3 = Lane3(3);
   for (LONG b = blocks; b-- > 0;) {
-    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 12));
-    __m128i r = _mm_or_si128(_mm_and_si128(x, m0), _mm_and_si128(_mm_slli_si128(x, 1), m1));
-    r = _mm_or_si128(r, _mm_and_si128(_mm_slli_si128(x, 2), m2));
-    r = _mm_or_si128(r, _mm_and_si128(_mm_slli_si128(x, 3), m3));
+    const uint8_t *p = s + b * 12;
+    const __m128i r = _mm_set_epi32(int(Load32(p + 9)), int(Load32(p + 6)), int(Load32(p + 3)),
+                                    int(Load32(p)));
     __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(_mm_slli_epi32(r, 8)), scale);
     if (!unity) f = _mm_mul_ps(f, g);
     _mm_storeu_ps(reinterpret_cast<float *>(d + b * 16), f);
