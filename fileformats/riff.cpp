@@ -28,20 +28,25 @@ DWORD Skip(HANDLE h, DWORD size) {
 }
 
 // The search of riff_FindChunkHeader on an optional 64-bit count (stored back by the
-// callers). The count is only written at the not-found exit and on success.
+// callers). The search runs on a copy: *count is only written at the not-found exit and on
+// success, so a read error leaves it as it was on entry.
 HRESULT FindChunk(HANDLE h, DWORD id, DWORD *size, LONGLONG *count) {
+  LONGLONG left = count ? *count : 0;
   for (;;) {
-    if (count && *count < 8) return KYERR_NOT_FOUND;
+    if (count && left < 8) {
+      *count = left;
+      return KYERR_NOT_FOUND;
+    }
     DWORD cid = 0, csize = 0;
     HRESULT hr = ReadHeader(h, &cid, &csize);
     if (FAILED(hr)) return hr;
-    LONGLONG c = count ? *count - 8 : 0;
+    if (count) left -= 8;
     if (cid == id) {
       if (size) *size = csize;
-      if (count) *count = c;
+      if (count) *count = left;
       return S_OK;
     }
-    if (count) *count = SubtractCount(c, Padded(csize));
+    if (count) left = SubtractCount(left, Padded(csize));
     Skip(h, csize);
   }
 }

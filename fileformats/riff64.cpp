@@ -45,11 +45,16 @@ ULONGLONG Skip(HANDLE h, ULONGLONG size) {
   return rounded;
 }
 
-// The search of riff64_FindChunkHeader; *count is written at the not-found exit and on
-// success only.
+// The search of riff64_FindChunkHeader. It runs on a copy of the count: *count is written
+// at the not-found exit and on success only, so a read error (or an undersized header)
+// leaves it as it was on entry.
 HRESULT FindChunk(HANDLE h, const GUID &id, ULONGLONG *size, LONGLONG *count) {
+  LONGLONG left = count ? *count : 0;
   for (;;) {
-    if (count && *count < static_cast<LONGLONG>(kHeader)) return KYERR_NOT_FOUND;
+    if (count && left < static_cast<LONGLONG>(kHeader)) {
+      *count = left;
+      return KYERR_NOT_FOUND;
+    }
     GUID cid{};
     ULONGLONG stored = 0;
     HRESULT hr = ReadHeader(h, &cid, &stored);
@@ -57,13 +62,13 @@ HRESULT FindChunk(HANDLE h, const GUID &id, ULONGLONG *size, LONGLONG *count) {
     hr = CheckStored(stored);
     if (FAILED(hr)) return hr;
     const ULONGLONG dataSize = stored - kHeader;
-    LONGLONG c = count ? *count - static_cast<LONGLONG>(kHeader) : 0;
+    if (count) left -= static_cast<LONGLONG>(kHeader);
     if (Same(cid, id)) {
       if (size) *size = dataSize;
-      if (count) *count = c;
+      if (count) *count = left;
       return S_OK;
     }
-    if (count) *count = SubtractCount(c, Round8(dataSize));
+    if (count) left = SubtractCount(left, Round8(dataSize));
     Skip(h, dataSize);
   }
 }

@@ -1,5 +1,7 @@
 // Intrusive FIFO queues: a ring of client elements through a sentinel head, guarded by the
 // head's critical section, with a manual-reset event that wakes every waiting consumer.
+// A null head, element or match procedure, and a head that is not initialised (or deleted),
+// are refused (0 or null, nothing touched) rather than dereferenced.
 #include "ky_internal.h"
 #include "ky_queue.h"
 
@@ -8,6 +10,12 @@ namespace {
 // The head seen as an element of its own ring. Every link access goes through tKYQELM so
 // that the head's links and the elements' links are always the same type of object.
 inline tKYQELM *Sentinel(tKYQHEAD *head) { return reinterpret_cast<tKYQELM *>(head); }
+
+// A head whose event is null was never initialised or has been deleted: its lock is not
+// usable (entering it could fault or block for ever), so operations refuse it.
+inline bool Ready(tKYQHEAD *head) {
+  return head && *static_cast<HANDLE volatile *>(&head->event) != nullptr;
+}
 
 inline bool IsEmpty(tKYQHEAD *head) {
   tKYQELM *s = Sentinel(head);
@@ -57,6 +65,7 @@ inline tKYQELM *TakeOut(tKYQHEAD *head, tKYQELM *e) {
 
 // Removal from the front or the back, waiting once outside the lock for the queue to fill.
 tKYQELM *RemoveEnd(tKYQHEAD *head, DWORD timeout, bool fromTail) {
+  if (!Ready(head)) return nullptr;
   EnterCriticalSection(&head->lock);
   if (IsEmpty(head) && timeout != 0) {
     HANDLE event = head->event;
@@ -78,6 +87,7 @@ tKYQELM *RemoveEnd(tKYQHEAD *head, DWORD timeout, bool fromTail) {
 }
 
 tKYQELM *FindAndRemove(tKYQHEAD *head, KYQMATCHPROC match, DWORD param, bool backward) {
+  if (!Ready(head) || !match) return nullptr;
   Locked hold(head);
   tKYQELM *s = Sentinel(head);
   for (tKYQELM *e = backward ? s->prev : s->next; e != s; e = backward ? e->prev : e->next) {
@@ -89,6 +99,7 @@ tKYQELM *FindAndRemove(tKYQHEAD *head, KYQMATCHPROC match, DWORD param, bool bac
 // Moves `element` to the tail (toTail) or the front after checking it belongs to the
 // queue: the walk starts at the destination end and fails when it comes back to the head.
 int MoveToEnd(tKYQHEAD *head, tKYQELM *element, bool toTail) {
+  if (!Ready(head) || !element) return 0;
   Locked hold(head);
   tKYQELM *s = Sentinel(head);
   tKYQELM *end = toTail ? s->prev : s->next;
@@ -109,6 +120,7 @@ int MoveToEnd(tKYQHEAD *head, tKYQELM *element, bool toTail) {
 
 extern "C" int WINAPI KyQueueInitialize(tKYQHEAD *head) {
   return ky::Guard(0, [&] {
+    if (!head) return 0;
     if (!head->event) {
       HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
       if (!event) return 0;
@@ -122,6 +134,7 @@ extern "C" int WINAPI KyQueueInitialize(tKYQHEAD *head) {
 
 extern "C" void WINAPI KyQueueDelete(tKYQHEAD *head) {
   ky::Guard(0, [&] {
+    if (!head) return 0;
     auto event = reinterpret_cast<HANDLE>(
         InterlockedExchange(reinterpret_cast<LONG volatile *>(&head->event), 0));
     if (!event) return 0;
@@ -138,6 +151,7 @@ extern "C" void WINAPI KyQueueDelete(tKYQHEAD *head) {
 
 extern "C" void WINAPI KyQueueFlush(tKYQHEAD *head) {
   ky::Guard(0, [&] {
+    if (!Ready(head)) return 0;
     Locked hold(head);
     MakeEmpty(head);
     // Left signalled on purpose: every waiter wakes and finds the queue empty.
@@ -148,6 +162,7 @@ extern "C" void WINAPI KyQueueFlush(tKYQHEAD *head) {
 
 extern "C" void WINAPI KyQueueInsert(tKYQHEAD *head, tKYQELM *element) {
   ky::Guard(0, [&] {
+    if (!Ready(head) || !element) return 0;
     Locked hold(head);
     tKYQELM *s = Sentinel(head);
     LinkBetween(element, s->prev, s);
@@ -158,6 +173,7 @@ extern "C" void WINAPI KyQueueInsert(tKYQHEAD *head, tKYQELM *element) {
 
 extern "C" void WINAPI KyQueueInsertHead(tKYQHEAD *head, tKYQELM *element) {
   ky::Guard(0, [&] {
+    if (!Ready(head) || !element) return 0;
     Locked hold(head);
     tKYQELM *s = Sentinel(head);
     LinkBetween(element, s, s->next);
@@ -176,6 +192,7 @@ extern "C" tKYQELM *WINAPI KyQueueRemoveTail(tKYQHEAD *head, DWORD timeout) {
 
 extern "C" int WINAPI KyQueueWait(tKYQHEAD *head, DWORD timeout) {
   return ky::Guard(0, [&] {
+    if (!Ready(head)) return 0;
     if (!IsEmpty(head)) return 1;
     HANDLE event = head->event;
     if (timeout == 0 || !event) return 0;
@@ -204,7 +221,7 @@ extern "C" int WINAPI KyQueueMoveToHead(tKYQHEAD *head, tKYQELM *element) {
 
 int __cdecl IsInKyQueue(tKYQHEAD *head, tKYQELM *element) {
   return ky::Guard(0, [&] {
-    if (!element->next || !element->prev) return 0;
+    if (!Ready(head) || !element || !element->next || !element->prev) return 0;
     Locked hold(head);
     tKYQELM *s = Sentinel(head);
     for (tKYQELM *e = s->next; e != s; e = e->next) {

@@ -288,7 +288,7 @@ BOOL A_Buffer::ClipIntersect(LONG *xMin, LONG *xMax) {
 }
 
 // Puts the record into `row`'s list in order of start x (after records with the same start,
-// so earlier polygons come first and hide later ones inside a pixel).
+// so regions that start together keep their drawing order).
 BOOL A_Buffer::InsertIntersect(tKYABREGION *region, LONG row, KYABPIXELPROC proc, LONG xMin,
                                LONG xMax) {
   if (!region || row < 0 || row >= KY_ABUFFER_MAX_ROWS || row >= m_height) return 0;

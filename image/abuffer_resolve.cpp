@@ -93,8 +93,9 @@ private:
 
 // Resolves one row (see EndFrame): regions are activated in order of start x as the walk
 // reaches them, each pixel gathers the colours of the active regions weighted by the
-// sub-pixels each one adds to what earlier regions already cover, and the pixel writer
-// blends the sum into the destination with the coverage weight and the frame's opacity.
+// sub-pixels each one adds to what earlier regions already cover (a fully covering region
+// replaces the colour gathered before it), and the pixel writer blends the sum into the
+// destination with the coverage weight and the frame's opacity.
 // A region starting in the last column or further ends the activation of the row; a region
 // that finds the 256-slot ring full (256 regions overlapping at once) is left out.
 void A_Buffer::DrawScanLine(LONG row) {
@@ -176,26 +177,30 @@ void A_Buffer::DrawScanLine(LONG row) {
         continue;
       }
     }
-    // 2. Gather the pixel front to back.
+    // 2. Gather the pixel in list order. A fully covering region replaces the colour
+    // gathered so far (so of several, the last one in the list decides); partly covering
+    // regions share the sub-pixels that no earlier partly covering region took, whether or
+    // not a fully covering region came before them.
     PixelSum sum = {0, 0, 0, 0, 0};
     bool maskClear = false, fullSeen = false;
+    tKYPIXEL32 fullColor = {0, 0, 0, 0};
+    LONG afterFull = 0;  // sub-pixels taken by partly covering regions after the last full one
     tACTIVEREGIONLIST *prev = nullptr;
     for (tACTIVEREGIONLIST *e = head; e;) {
       LONG cov = 0;
       tKYPIXEL32 px;
       if (e->step.full) {
         cov = 1024;
-        if (!fullSeen) {
-          // A fully covering region decides the pixel; regions after it are hidden.
-          e->proc(e, &px, &m_param);
-          sum.b = px.blue * 1024u;
-          sum.g = px.green * 1024u;
-          sum.r = px.red * 1024u;
-          sum.a = px.alpha * 1024u;
-          sum.total += 1024;
-          fullSeen = true;
-        }
-      } else if (!fullSeen && e->step.edgeCount > 0) {
+        e->proc(e, &px, &m_param);
+        sum.b = px.blue * 1024u;
+        sum.g = px.green * 1024u;
+        sum.r = px.red * 1024u;
+        sum.a = px.alpha * 1024u;
+        sum.total += 1024;
+        fullSeen = true;
+        fullColor = px;
+        afterFull = 0;
+      } else if (e->step.edgeCount > 0) {
         memset(&e->mask, 0, sizeof(e->mask));
         GetSubPixelCoverage(&e->step, &e->mask);
         if (!maskClear) {
@@ -216,6 +221,7 @@ void A_Buffer::DrawScanLine(LONG row) {
           sum.r += px.red * static_cast<DWORD>(c);
           sum.a += px.alpha * static_cast<DWORD>(c);
           sum.total += c;
+          if (fullSeen) afterFull += c;
         }
         cov = c;
       }
@@ -234,7 +240,15 @@ void A_Buffer::DrawScanLine(LONG row) {
       e = next;
     }
     // 3. The pixel writer: coverage weight (full coverage and more weigh 1024) times the
-    // frame's opacity.
+    // frame's opacity. Where a fully covering region is joined by partly covering ones
+    // after it, those show their colours on their own sub-pixels and the full region's
+    // colour fills the rest (the partial sub-pixels are disjoint, so afterFull <= 1024).
+    if (fullSeen && afterFull > 0) {
+      sum.b -= fullColor.blue * static_cast<DWORD>(afterFull);
+      sum.g -= fullColor.green * static_cast<DWORD>(afterFull);
+      sum.r -= fullColor.red * static_cast<DWORD>(afterFull);
+      sum.a -= fullColor.alpha * static_cast<DWORD>(afterFull);
+    }
     const LONG x = rb / kOne - 1;
     if (sum.total > 0 && x >= 0 && x < m_width) {
       const LONG w = sum.total >= 1024 ? m_weightSize : m_weight[sum.total];

@@ -278,11 +278,14 @@ extern "C" HRESULT WINAPI KyDibAlloc(BITMAPINFOHEADER **result, KYPIXELTYPE type
                                      DWORD flags) {
   if (!result) return E_POINTER;
   *result = nullptr;
-  // The local header has room for 256 entries; a longer table is cut to that.
+  // The local header has room for 256 entries; a longer table is cut to that. It starts
+  // zeroed: a table that the header counts but the caller did not give is copied as black
+  // entries, never as whatever the stack held.
   union {
     BITMAPINFOHEADER h;
     BYTE bytes[sizeof(BITMAPINFOHEADER) + 256 * sizeof(RGBQUAD)];
   } local;
+  memset(&local, 0, sizeof local);
   DWORD imageSize = 0;
   HRESULT hr = KyVideo_InitBitmapInfo(&local.h, type, width, height, colours,
                                       count > 256 ? 256 : count, &imageSize);

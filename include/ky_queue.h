@@ -9,7 +9,9 @@
  * Thread safety: every operation except KyQueueWait, the null-link shortcut of IsInKyQueue
  * and the event exchange of KyQueueDelete runs inside the head's critical section; waits
  * always happen outside it. Timeouts are in milliseconds as for WaitForSingleObject; 0 means
- * do not wait. */
+ * do not wait. A null head, element or match procedure, and a head that is not initialised
+ * (event null: zero-filled, never initialised, or deleted), are refused: the call does
+ * nothing and answers 0 or null. */
 #ifndef TELLAROK_KY_QUEUE_H
 #define TELLAROK_KY_QUEUE_H
 

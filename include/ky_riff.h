@@ -124,7 +124,7 @@ KY_IMPORT HRESULT KYAPI riff_WriteFileID(HANDLE hFile, DWORD formType, DWORD siz
 /* Scans forward from the current position for a chunk with that identifier; on success the
  * file is at its data and *size (optional) holds its unpadded data size. KYERR_NOT_FOUND when
  * the remaining count drops below 8 (the count is stored back); a read error (the end of the
- * file) ends the search with KYERR_FILE_READ. */
+ * file) ends the search with KYERR_FILE_READ and leaves *remaining as it was on entry. */
 KY_IMPORT HRESULT KYAPI riff_FindChunkHeader(HANDLE hFile, DWORD id, DWORD *size,
                                              LONG *remaining);
 /* Seeks to 0, reads the RIFF header and searches the top level, bounded by the RIFF size

@@ -309,8 +309,9 @@ KY_IMPORT HRESULT KYAPI KyVideo_InitBitmapInfo(BITMAPINFOHEADER *header, KYPIXEL
                                                LONG width, LONG height, const RGBQUAD *colours,
                                                LONG count, DWORD *imageSize);
 /* Allocates header, table or masks, and pixels in one locked, moveable global-memory block;
- * *result receives its pointer (null on failure). flags bit 0: zero the block; bit 31: check
- * allocation and lock separately. E_INVALIDARG as KyVideo_InitBitmapInfo (count is capped at
+ * *result receives its pointer (null on failure). Without colours the table that the header
+ * counts is all zero. flags bit 0 zeroes the pixels too; bit 31 checks allocation and lock
+ * separately. E_INVALIDARG as KyVideo_InitBitmapInfo (count is capped at
  * 256), E_POINTER for a null result, E_OUTOFMEMORY. Free with KyDibFree. */
 KY_IMPORT HRESULT KYAPI KyDibAlloc(BITMAPINFOHEADER **result, KYPIXELTYPE type, LONG width,
                                    LONG height, const RGBQUAD *colours, LONG count, DWORD flags);

@@ -29,14 +29,14 @@ struct Persist {
 };
 
 // Opens (or, for saving, creates) the filter class's preset key. 0 on success, 1 when the key
-// cannot be opened, or the failure of asking the filter for its class.
+// cannot be opened - also when the filter cannot name its class, since there is then no key to
+// open - or E_OUTOFMEMORY when the class id cannot be turned into text.
 HRESULT OpenKey(IPersistStream *ps, LONG family, bool create, HKEY *key) {
   *key = nullptr;
   CLSID clsid;
-  HRESULT hr = ps->GetClassID(&clsid);
-  if (FAILED(hr)) return hr;
+  if (FAILED(ps->GetClassID(&clsid))) return 1;
   LPOLESTR wide = nullptr;
-  hr = StringFromCLSID(clsid, &wide);
+  HRESULT hr = StringFromCLSID(clsid, &wide);
   if (FAILED(hr)) return hr;
   char text[256] = {};
   int n = WideCharToMultiByte(CP_ACP, 0, wide, -1, text, 255, nullptr, nullptr);

@@ -211,16 +211,18 @@ const char *DollarForm(Out &out, const char *p, va_list *args) {
   return p;
 }
 
-void PutPadded(Out &out, const char *s, size_t n, int width, bool left) {
+// Right-aligned text is padded with '0' under the "0" flag, as the platform's printf does for
+// %s and %c; left-aligned text always with blanks.
+void PutPadded(Out &out, const char *s, size_t n, int width, bool left, bool zero = false) {
   int pad = width - static_cast<int>(n);
-  if (!left) out.Pad(' ', pad);
+  if (!left) out.Pad(zero ? '0' : ' ', pad);
   out.Put(s, n);
   if (left) out.Pad(' ', pad);
 }
 
 // Converts up to maxChars wide characters of w (or all when maxChars < 0) to the ANSI code
 // page and appends them with padding.
-void PutWide(Out &out, const wchar_t *w, int precision, int width, bool left) {
+void PutWide(Out &out, const wchar_t *w, int precision, int width, bool left, bool zero) {
   if (!w) w = L"(null)";
   int wl = static_cast<int>(wcslen(w));
   if (precision >= 0 && precision < wl) wl = precision;
@@ -231,7 +233,7 @@ void PutWide(Out &out, const wchar_t *w, int precision, int width, bool left) {
     tmp = static_cast<char *>(HeapAlloc(GetProcessHeap(), 0, static_cast<SIZE_T>(need)));
   int n = 0;
   if (tmp && need > 0) n = WideCharToMultiByte(CP_ACP, 0, w, wl, tmp, need, nullptr, nullptr);
-  if (tmp) PutPadded(out, tmp, static_cast<size_t>(n), width, left);
+  if (tmp) PutPadded(out, tmp, static_cast<size_t>(n), width, left, zero);
   if (tmp && tmp != stackBuf) HeapFree(GetProcessHeap(), 0, tmp);
 }
 
@@ -240,8 +242,10 @@ const char *PercentForm(Out &out, const char *start, const char *p, va_list *arg
   char flags[8];
   int nflags = 0;
   bool left = false;
+  bool zero = false;
   while (*p == '-' || *p == '+' || *p == ' ' || *p == '#' || *p == '0') {
     if (*p == '-') left = true;
+    if (*p == '0') zero = true;
     if (nflags < 7 && !memchr(flags, *p, static_cast<size_t>(nflags))) flags[nflags++] = *p;
     ++p;
   }
@@ -346,24 +350,24 @@ const char *PercentForm(Out &out, const char *start, const char *p, va_list *arg
     int v = va_arg(*args, int);
     if (conv == 'C' || len == Len::L || len == Len::W) {
       wchar_t w[2] = {static_cast<wchar_t>(v), 0};
-      PutWide(out, w, -1, width, left);
+      PutWide(out, w, -1, width, left, zero);
     } else {
       char c = static_cast<char>(v);
-      PutPadded(out, &c, 1, width, left);
+      PutPadded(out, &c, 1, width, left, zero);
     }
     return p + 1;
   }
   case 's':
   case 'S': {
     if (conv == 'S' || len == Len::L || len == Len::W) {
-      PutWide(out, va_arg(*args, const wchar_t *), precision, width, left);
+      PutWide(out, va_arg(*args, const wchar_t *), precision, width, left, zero);
     } else {
       const char *s = va_arg(*args, const char *);
       if (!s) s = "(null)";
       size_t n = 0;
       // With a precision the text need not be terminated: read no further than it.
       while ((precision < 0 || n < static_cast<size_t>(precision)) && s[n]) ++n;
-      PutPadded(out, s, n, width, left);
+      PutPadded(out, s, n, width, left, zero);
     }
     return p + 1;
   }

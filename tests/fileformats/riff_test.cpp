@@ -138,6 +138,11 @@ TEST(RiffFind, TopLevelAndBounds) {
   EXPECT_EQ(0, rem);
   // Unbounded: a missing identifier runs to the end of the file.
   EXPECT_EQ(KYERR_FILE_READ, riff_FindChunkHeader(f.h(), Four("cue "), nullptr, nullptr));
+  // A count larger than the file: the read error at the end leaves it as it was.
+  f.Seek(12);
+  rem = 1000;
+  EXPECT_EQ(KYERR_FILE_READ, riff_FindChunkHeader(f.h(), Four("cue "), &size, &rem));
+  EXPECT_EQ(1000, rem);
   // A size of 0xFFFFFFFF pads to 2^32: the count must not wrap back into the positives.
   TempFile huge(Builder().Tag("junk").U32(0xFFFFFFFF).Chunk("data", 4).b);
   rem = 100;

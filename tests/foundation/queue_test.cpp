@@ -217,6 +217,64 @@ TEST_F(QueueTest, MoveToHead) {
   EXPECT_EQ((std::vector<int>{3, 4, 1, 2}), Drain(false));
 }
 
+// ---- null arguments ----
+
+TEST_F(QueueTest, NullHeadElementOrMatchIsRefusedWithoutTouchingTheQueue) {
+  InsertAll();
+  EXPECT_EQ(0, KyQueueInitialize(nullptr));
+  KyQueueDelete(nullptr);
+  KyQueueFlush(nullptr);
+  KyQueueInsert(nullptr, &items[0].link);
+  KyQueueInsertHead(nullptr, &items[0].link);
+  KyQueueInsert(&q, nullptr);
+  KyQueueInsertHead(&q, nullptr);
+  EXPECT_EQ(nullptr, KyQueueRemove(nullptr, 10));
+  EXPECT_EQ(nullptr, KyQueueRemoveTail(nullptr, 10));
+  EXPECT_EQ(0, KyQueueWait(nullptr, 10));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemove(nullptr, MatchValue, 1));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemoveRev(nullptr, MatchValue, 1));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemove(&q, nullptr, 1));
+  EXPECT_EQ(nullptr, KyQueueFindAndRemoveRev(&q, nullptr, 1));
+  EXPECT_EQ(0, KyQueueMoveToTail(nullptr, &items[0].link));
+  EXPECT_EQ(0, KyQueueMoveToHead(nullptr, &items[3].link));
+  EXPECT_EQ(0, KyQueueMoveToTail(&q, nullptr));
+  EXPECT_EQ(0, KyQueueMoveToHead(&q, nullptr));
+  EXPECT_EQ(0, IsInKyQueue(nullptr, &items[0].link));
+  EXPECT_EQ(0, IsInKyQueue(&q, nullptr));
+  EXPECT_EQ(std::vector<int>({1, 2, 3, 4}), Drain(false));
+}
+
+// A head never initialised (zeroed) or already deleted has no usable lock: every operation
+// refuses it and leaves the element alone.
+TEST_F(QueueTest, HeadWithoutEventIsRefused) {
+  tKYQHEAD zeroed, deleted;
+  ZeroMemory(&zeroed, sizeof zeroed);
+  ZeroMemory(&deleted, sizeof deleted);
+  ASSERT_EQ(1, KyQueueInitialize(&deleted));
+  KyQueueDelete(&deleted);
+  Item &it = items[0];
+  for (tKYQHEAD *h : {&zeroed, &deleted}) {
+    KyQueueInsert(h, &it.link);
+    KyQueueInsertHead(h, &it.link);
+    EXPECT_EQ(nullptr, it.link.next);
+    EXPECT_EQ(nullptr, KyQueueRemove(h, 10));
+    EXPECT_EQ(nullptr, KyQueueRemoveTail(h, 0));
+    EXPECT_EQ(0, KyQueueWait(h, 10));
+    EXPECT_EQ(nullptr, KyQueueFindAndRemove(h, MatchValue, 1));
+    EXPECT_EQ(nullptr, KyQueueFindAndRemoveRev(h, MatchValue, 1));
+    KyQueueFlush(h);
+    Item linked{{&it.link, &it.link}, 5};
+    EXPECT_EQ(0, KyQueueMoveToTail(h, &linked.link));
+    EXPECT_EQ(0, KyQueueMoveToHead(h, &linked.link));
+    EXPECT_EQ(0, IsInKyQueue(h, &linked.link));
+    KyQueueDelete(h);
+  }
+  EXPECT_EQ(1, KyQueueInitialize(&zeroed));
+  KyQueueInsert(&zeroed, &it.link);
+  EXPECT_EQ(&it.link, KyQueueRemove(&zeroed, 0));
+  KyQueueDelete(&zeroed);
+}
+
 // ---- IsInKyQueue ----
 
 TEST_F(QueueTest, IsInKyQueueFollowsLinks) {

@@ -177,3 +177,27 @@ TEST_F(ABufferFrame, HalfCoveredPixelAndHidingOrder) {
 }
 
 }  // namespace
+
+// A background drawn first over the whole frame: a later polygon that starts further right
+// shows wholly where it covers whole pixels, and over the background by its share of the
+// sub-pixels on its edge.
+TEST(ABufferFrameSetup, BackgroundDrawnFirstHidesNothingLater) {
+  A_Buffer ab;
+  ASSERT_EQ(1, ab.Init());
+  Canvas c(16, 4);
+  tA_BUFFER_PARAM prm = Params(c);
+  ASSERT_EQ(1, ab.BeginFrame(&prm));
+  KY3DPOLY back = Flat({V(0, 0), V(16, 0), V(16, 4), V(0, 4)}, 0xFF404040u);
+  KY3DPOLY white = Flat({V(4.5f, 0), V(9, 0), V(9, 4), V(4.5f, 4)}, 0xFFFFFFFFu);
+  ASSERT_EQ(1, ab.DrawPoly(&back, 0, 0));
+  ASSERT_EQ(1, ab.DrawPoly(&white, 0, 0));
+  ab.EndFrame();
+  ab.Cleanup();
+  const DWORD mix = (0x40 * 512 + 255 * 512 + 512) >> 10;  // 160
+  for (int y = 0; y < 4; ++y) {
+    EXPECT_EQ(0xFF404040u, c.At(3, y));
+    EXPECT_EQ(0xFF000000u | mix * 0x010101u, c.At(4, y)) << "row " << y;
+    for (int x = 5; x < 9; ++x) EXPECT_EQ(0xFFFFFFFFu, c.At(x, y)) << x << "," << y;
+    EXPECT_EQ(0xFF404040u, c.At(9, y));
+  }
+}

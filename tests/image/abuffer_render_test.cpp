@@ -1,6 +1,7 @@
 // A-buffer rendering against a slow reference of the same rules written plainly here: point
-// sampling of every sub-pixel, regions of a row taken in order of their left end, the first
-// covering region hides the rest, square-root coverage weights, the frame's opacity.
+// sampling of every sub-pixel, regions of a row taken in order of their left end, the last
+// region in that order that covers a pixel wholly decides it, square-root coverage weights,
+// the frame's opacity.
 #include <algorithm>
 
 #include "abuffer_util.h"
@@ -168,10 +169,8 @@ void CheckScene(const Scene &s, int w, int h, DWORD background) {
       if (isClean) {
         DWORD want = background;
         for (int i : order)
-          if (cov[i] == 1024) {
+          if (cov[i] == 1024)
             want = Blend(ColourAt(s.polys[i], x + 0.5, y + 0.5), background, Weight(1024, s.opacity));
-            break;
-          }
         const bool textured = std::any_of(order.begin(), order.end(), [&](int i) {
           return cov[i] == 1024 && s.polys[i].p.state == KY3DRS_TEXTURED;
         });

@@ -284,6 +284,12 @@ TEST(PixelTypes, InitBitmapInfoColourCounts) {
   EXPECT_EQ(KyVideo_InitBitmapInfo(&h, KYPT_RGB24, -1, 4, nullptr, 0, nullptr), E_INVALIDARG);
 }
 
+// Leaves a stretch of the stack non-zero where the next call's locals will lie.
+__attribute__((noinline)) void DirtyStack() {
+  volatile BYTE junk[4096];
+  for (size_t i = 0; i < sizeof junk; ++i) junk[i] = 0xA5;
+}
+
 TEST(PixelTypes, AllocAndFree) {
   BITMAPINFOHEADER *bmp = reinterpret_cast<BITMAPINFOHEADER *>(1);
   EXPECT_EQ(KyDibAlloc(&bmp, 99, 4, 4, nullptr, 0, 0), E_INVALIDARG);
@@ -298,6 +304,7 @@ TEST(PixelTypes, AllocAndFree) {
       {KYPT_RGBA64, 0, 40 + 48 * 3}, {KYPT_GRAY1, 1, 40 + 1 * 4 + 4 * 3},
   };
   for (auto &r : rows) {
+    DirtyStack();
     ASSERT_EQ(KyDibAlloc(&bmp, r.type, 6, 3, nullptr, 0, r.flags), S_OK);
     ASSERT_NE(bmp, nullptr);
     HGLOBAL mem = GlobalHandle(bmp);
@@ -305,6 +312,10 @@ TEST(PixelTypes, AllocAndFree) {
     EXPECT_GE(GlobalSize(mem), r.size) << r.type;
     EXPECT_EQ(KyGetPixelType(bmp), r.type);
     EXPECT_EQ(bmp->biSizeImage + bmp->biSize + (r.type == KYPT_RGB565 ? 12 : bmp->biClrUsed * 4), r.size);
+    if (r.type != KYPT_RGB565) {  // a counted table nobody gave is black, not stack bytes
+      const BYTE *table = reinterpret_cast<BYTE *>(bmp) + bmp->biSize;
+      for (DWORD i = 0; i < bmp->biClrUsed * 4; ++i) ASSERT_EQ(table[i], 0) << r.type << " " << i;
+    }
     if (r.flags & 1) {
       const BYTE *px = reinterpret_cast<BYTE *>(bmp) + r.size - bmp->biSizeImage;
       for (DWORD i = 0; i < bmp->biSizeImage; ++i) ASSERT_EQ(px[i], 0);

@@ -182,6 +182,11 @@ TEST_F(Presets, FamiliesKeysAndFailures) {
   EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), "x", 0), 1);
   EXPECT_EQ(KyDSFilter_SavePreset(nullptr, "x", 0), E_POINTER);
   EXPECT_EQ(KyDSFilter_LoadPreset(nullptr, "x", 0), E_POINTER);
+  // A filter that cannot name its class has no preset key either.
+  fx.classIdStatus = E_FAIL;
+  EXPECT_EQ(Save("x", Pattern(8, 1)), 1);
+  EXPECT_EQ(KyDSFilter_GetPresetCount(fx.Unknown(), &count, 0), 1);
+  fx.classIdStatus = S_OK;
 
   ASSERT_EQ(Save("Dx", Pattern(8, 1), 1), S_OK);
   DWORD type;

@@ -41,6 +41,7 @@ public:
   double lastFraction = -1.0;  // the fraction of the last blend
   int blends = 0, loads = 0;
   CLSID clsid = kTestEffectClsid;
+  HRESULT classIdStatus = S_OK; // what GetClassID answers
   LONG refs = 1;
 
   // IUnknown (through the parameter interface's vtable).
@@ -88,7 +89,7 @@ public:
   // IPersistStream.
   STDMETHODIMP GetClassID(CLSID *id) override {
     *id = clsid;
-    return S_OK;
+    return classIdStatus;
   }
   STDMETHODIMP IsDirty() override { return S_FALSE; }
   STDMETHODIMP Load(IStream *in) override {

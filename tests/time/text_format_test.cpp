@@ -30,6 +30,8 @@ TEST(TextFormat, PrintfConversions) {
   EXPECT_EQ("[   42][42   ][00042][+42][ 42]", F("[%5d][%-5d][%05d][%+d][% d]", 42, 42, 42, 42, 42));
   EXPECT_EQ("[  ab][ab  ][abc]", F("[%*s][%-*s][%.*s]", 4, "ab", 4, "ab", 3, "abcdef"));
   EXPECT_EQ("[ab  ]", F("[%*s]", -4, "ab"));
+  EXPECT_EQ("[00ab][ab  ][000x][00wi][    00000012]",
+            F("[%04s][%-04s][%04c][%04S][%012p]", "ab", "ab", 'x', L"wi", reinterpret_cast<void *>(0x12)));
   EXPECT_EQ("[5|abc]", F("[%.*d|%.*s]", -1, 5, -3, "abc"));
   EXPECT_EQ("123456789012345|-1", F("%I64d|%lld", 123456789012345LL, -1LL));
   EXPECT_EQ("-1|65535|255", F("%hd|%hu|%hhu", 0xFFFF, 0xFFFF, 0x1FF));

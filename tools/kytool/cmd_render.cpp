@@ -75,8 +75,9 @@ void FillBackground(BITMAPINFOHEADER *dib) {
 }
 
 // One frame of the scene at `angle` (radians) over the flat background. Inside a pixel the
-// regions of a row hide each other in order of their left ends, so where the triangles
-// overlap the quad or each other, the one reaching further left in that row is in front.
+// regions of a row are taken in order of their left ends: where the triangles overlap the
+// quad or each other, a pixel covered wholly by several shows the one starting furthest
+// right in that row, and on edges each sub-pixel goes to the first region claiming it.
 bool DrawScene(A_Buffer &ab, tA_BUFFER_PARAM &prm, BITMAPINFOHEADER *dst, float angle) {
   const int w = dst->biWidth, h = dst->biHeight;
   FillBackground(dst);
