@@ -98,7 +98,10 @@ void SetFromFrameCount(_smpteval &tc, ULONG count) {
   v %= perMinute;
   tc.seconds = v / fps;
   tc.frames = v % fps;
-  if (drop && IsMissingDropLabel(tc.minutes, tc.seconds, tc.frames)) tc.frames = 2;
+  // Only a real drop-frame value moves off a missing label; other types converted as drop
+  // frame keep the label the wrap gives them.
+  if (tc.type == KYSMPTE_TYPE_2997_DROP && IsMissingDropLabel(tc.minutes, tc.seconds, tc.frames))
+    tc.frames = 2;
 }
 
 // Frame count d reduced into the day: negative values count back from its end, so a whole

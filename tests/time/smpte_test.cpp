@@ -106,6 +106,10 @@ TEST(FrameCount, OtherTypesCountZeroAndConvertAsDropFrame) {
   EXPECT_EQ(0u, KYSMPTE_SMPTEToFrameCount(&zero));
   EXPECT_EQ("0:01:00:02", Str(FromCount(7, 1800)));
   EXPECT_EQ("0:10:00:00", Str(FromCount(-1, 17982)));
+  // The shortened day wraps this count onto the missing label 00:01:00;00: only type 2 moves
+  // it to frame 2.
+  EXPECT_EQ("0:01:00:02", Str(FromCount(2, 2588615)));
+  EXPECT_EQ("0:01:00:00", Str(FromCount(7, 2588615)));
 }
 
 TEST(FrameCount, DropFrameMatchesStepwiseLabelsForTwentyMinutes) {
