@@ -314,6 +314,14 @@ TEST(SmpteLikeToNanos, PlainCountAtTheGivenRate) {
   EXPECT_EQ(1001, KYSMPTE_SmpteLikeToNanos(1e7 / 1000.002, &oneFrame));
   EXPECT_EQ(0, KYSMPTE_SmpteLikeToNanos(0.0, &oneFrame));
   EXPECT_EQ(0, KYSMPTE_SmpteLikeToNanos(-25.0, &oneFrame));
+  // C++ callers reach the decorated export; C callers the plain stdcall names.
+  typedef LONGLONG(WINAPI * Plain)(double, const _smpteval *);
+  for (const char *name : {"KYSMPTE_SmpteLikeToNanos", "_KYSMPTE_SmpteLikeToNanos@12",
+                           "_Z24KYSMPTE_SmpteLikeToNanosdPK9_smpteval"}) {
+    Plain f = kytest::Export<Plain>(name);
+    ASSERT_NE(nullptr, f) << name;
+    EXPECT_EQ(333667, f(30000.0 / 1001, &oneFrame)) << name;
+  }
 }
 
 // ---- KYSMPTE_TextToSMPTE ----
