@@ -599,6 +599,9 @@ extern "C" HRESULT WINAPI KyList_SortTo(HKYLIST dst, HKYLIST src, LONG criteria,
                                         KyListCompareProc compare) {
   if (!dst) return E_POINTER;
   return WithListHr(src, [&]() -> HRESULT {
+    // Sorting a list into itself would never reach the end of the growing source, and a
+    // destination with wider slots would read past the source's slots: both are refused.
+    if (dst == src || dst->slotSize > src->slotSize) return E_INVALIDARG;
     dst->sortCriteria = criteria;
     for (LONG i = 0; i < src->count; ++i) {
       LONG at = KyList_FindSortedInsertIndexRange(dst, ItemAt(src, i), 0, -1, compare);

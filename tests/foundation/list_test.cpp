@@ -403,6 +403,11 @@ TEST(ListSort, SortToInsertsInOrder) {
   KyList_AllocAndInsertItem(hs, nullptr, 4, -1, nullptr);
   EXPECT_EQ(S_OK, KyList_SortTo(hd, hs, 0, CompareInts));  // refused insertions are ignored
   EXPECT_EQ(0, hd->count);
+  List wide(16, 0, 0, KYLIST_ARRAY);
+  EXPECT_EQ(E_INVALIDARG, KyList_SortTo(wide, src, 0, CompareInts));  // slots wider than src's
+  EXPECT_EQ(E_INVALIDARG, KyList_SortTo(src, src, 0, CompareInts));
+  EXPECT_EQ(0, wide->count);
+  EXPECT_EQ(5, src->count);
 }
 
 // ---- searches ----
