@@ -161,6 +161,20 @@ HRESULT Insert(HKYLIST l, LONG index, const void *items, LONG count) {
     count = 1;
   }
   if (index < 0 || index >= l->count) index = l->count;
+  // Items taken from this list's own slots would move with the growth or the shift below:
+  // copy them aside first.
+  void *copy = nullptr;
+  const BYTE *block = l->items;
+  const size_t blockBytes = static_cast<size_t>(l->allocated) * l->slotSize;
+  if (static_cast<const BYTE *>(items) >= block &&
+      static_cast<const BYTE *>(items) < block + blockBytes) {
+    const size_t within = static_cast<size_t>(block + blockBytes - static_cast<const BYTE *>(items));
+    if (static_cast<ULONGLONG>(count) * l->slotSize > within) return E_INVALIDARG;
+    copy = malloc(static_cast<size_t>(count) * l->slotSize);
+    if (!copy) return E_OUTOFMEMORY;
+    memcpy(copy, items, static_cast<size_t>(count) * l->slotSize);
+    items = copy;
+  }
   // Only a full list grows, by the run rounded up to whole steps; callers inserting long
   // runs grow the list first. A run longer than the free slots of a list that is not full
   // would otherwise be written past the block, so that list grows by the shortfall (in
@@ -168,12 +182,16 @@ HRESULT Insert(HKYLIST l, LONG index, const void *items, LONG count) {
   LONG freeSlots = l->allocated - l->count;
   if (freeSlots <= 0 || count > freeSlots) {
     HRESULT hr = Grow(l, freeSlots <= 0 ? count : count - freeSlots);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) {
+      free(copy);
+      return hr;
+    }
   }
   size_t bytes = static_cast<size_t>(count) * l->slotSize;
   memmove(SlotAt(l, index) + bytes, SlotAt(l, index),
           static_cast<size_t>(l->count - index) * l->slotSize);
   memcpy(SlotAt(l, index), items, bytes);
+  free(copy);
   l->pendingItem = nullptr;
   l->count += count;
   return S_OK;

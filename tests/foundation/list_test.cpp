@@ -216,6 +216,13 @@ TEST(ListInsert, IndexPlacementAndHeapRefusal) {
   EXPECT_EQ(S_OK, KyList_InsertList(l, 99, &v, -1));  // negative count: that many items
   EXPECT_EQ((std::vector<LONG>{1, 9, 2, 3, 9}), Contents(l));
   EXPECT_EQ(E_FAIL, KyList_InsertList(l, 0, nullptr, -1));  // no pending item
+  // Items taken from the list's own slots: before the shift, and before a growth moves them.
+  EXPECT_EQ(S_OK, KyList_InsertList(l, 0, Ints(l) + 1, 2));
+  ASSERT_EQ(S_OK, KyList_ArrayForceItemCount(l, l->allocated, FALSE));
+  Ints(l)[l->count - 1] = 77;
+  EXPECT_EQ(S_OK, KyList_InsertList(l, 1, Ints(l) + l->count - 1, 1));
+  EXPECT_EQ((std::vector<LONG>{9, 77, 2, 1, 9, 2, 3, 9}),
+            std::vector<LONG>(Ints(l), Ints(l) + 8));
   List h(0, 0, 0, KYLIST_HEAPITEMS);
   void *p = calloc(1, 8);
   EXPECT_EQ(E_FAIL, KyList_InsertList(h, 0, &p, 1));
