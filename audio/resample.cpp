@@ -230,6 +230,8 @@ HRESULT Reset(tKYRESAMPLEINSTANCE *in, LONG type, LONG srcRate, LONG dstRate, bo
   if (!ValidRatio(newRatio)) return E_INVALIDARG;
   const bool rateChange = newRatio != in->ratio || newInverse != in->inverseRatio ||
                           (ratesGiven && in->phaseDen == 0);
+  // New rates of the same ratio change no coefficients, but they do restart the count.
+  const bool ratesChanged = !haveRatio && (newSrc != in->srcRate || newDst != in->dstRate);
   const bool channelChange = channels > 0 && channels != in->channels;
   if (channelChange && in->history) {
     // New rings first, so that a failed allocation leaves the instance as it was.
@@ -254,7 +256,7 @@ HRESULT Reset(tKYRESAMPLEINSTANCE *in, LONG type, LONG srcRate, LONG dstRate, bo
   UpdateKernelCache(in);
   if (keep) {
     InstallFilter(in, true);
-    if (rateChange) in->srcPos = in->dstPos = 0;
+    if (rateChange || ratesChanged) in->srcPos = in->dstPos = 0;
   } else {
     InstallFilter(in, false);
     RestartStream(in);

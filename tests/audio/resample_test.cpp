@@ -520,7 +520,12 @@ TEST(Resample, ResetKeepsOrRestartsTheStream) {
   Resampler mono(kF64, 44100, 48000, 1, 0x23);
   const std::vector<double> m = Noise(900, 4);
   EXPECT_EQ(Stream(mono.h, Bytes(m), 8), Stream(r.h, Bytes(m), 8));
-  // A rate change re-designs the filter and zeroes the positions.
+  // A rate change re-designs the filter and zeroes the positions (also new rates of the
+  // same ratio).
+  ASSERT_NE(0, KyAudio_ResampleGetSrcPos(r.h));
+  ASSERT_EQ(S_OK, KyAudio_ResampleReset(r.h, 0, 88200, 96000, 0, TRUE));
+  EXPECT_EQ(0, KyAudio_ResampleGetSrcPos(r.h));
+  EXPECT_EQ(96000, r.h->dstRate);
   ASSERT_EQ(S_OK, KyAudio_ResampleReset(r.h, 0, 48000, 24000, 0, TRUE));
   EXPECT_DOUBLE_EQ(0.5, r.h->ratio);
   EXPECT_EQ(0, KyAudio_ResampleGetDstPos(r.h));
