@@ -286,7 +286,9 @@ LONG Block(tKYRESAMPLEINSTANCE *in, void *dst, void *src, LONG n) {
   // A null source drains the stream; an empty block does nothing.
   if (!in || !dst || n < 0 || (src && n == 0) || !Runnable(in)) return 0;
   const bool drain = !src;
-  if (!drain && src == dst) return 0;
+  // The engines do nothing on a block converted into itself; an unknown method never reaches
+  // them and reports its count below.
+  if (!drain && src == dst && in->method <= 3) return 0;
   const LONG type = in->sampleType;
   LONG out, used;
   if (in->method > 3) {

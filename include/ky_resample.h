@@ -194,7 +194,7 @@ KY_IMPORT HRESULT KYAPI KyAudio_ResampleClose(HKYRESAMPLE h);
  * When down-sampling with the anti-alias filter, the filter runs over the
  * source block in place (the caller's data changes, which saves a copy of every block).
  * A method above 3 writes nothing and returns srcFrames. 0 for a null handle or
- * destination, an empty block, or when dst and src are the same memory. */
+ * destination, an empty block, or (methods 0 to 3) when dst and src are the same memory. */
 KY_IMPORT LONG KYAPI KyAudio_ResampleEx(HKYRESAMPLE h, void *dst, void *src, LONG srcFrames);
 /* The sinc engine on its own: at most dstFrames frames from srcFrames source frames, with
  * the instance's rings, phase and filter. Returns the frames written; 0 for types other than

@@ -578,6 +578,7 @@ TEST(Resample, PositionsAndMappings) {
   // A method above 3 writes nothing and reports the requested count.
   ASSERT_EQ(S_OK, KyAudio_ResampleOpen(&h, kF32, 24000, 48000, 1, 0x0005));
   EXPECT_EQ(300, KyAudio_ResampleEx(h, up, buf, 300));
+  EXPECT_EQ(300, KyAudio_ResampleEx(h, up, up, 300));  // also into the same memory
   EXPECT_EQ(0, KyAudio_ResampleEx(nullptr, up, buf, 300));
   KyAudio_ResampleClose(h);
   // Fields a caller damaged: nothing runs.
