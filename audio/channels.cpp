@@ -174,7 +174,7 @@ extern "C" HRESULT WINAPI KyAudio_CopyChannels(const WAVEFORMATEX *dstFormat, vo
 
 extern "C" HRESULT WINAPI KyAudio_ChannelChange(void *dst, LONG dstChannels, const void *src,
                                                 const WAVEFORMATEX *srcFormat, LONG frames) {
-  if (!srcFormat) return E_POINTER;
+  if (!srcFormat) return E_FAIL; // no format: unsupported
   const LONG sch = srcFormat->nChannels;
   if (dstChannels == sch)
     return KyAudio_Copy(srcFormat, dst, srcFormat, src, frames, 0x3F800000);
@@ -208,7 +208,7 @@ extern "C" HRESULT WINAPI KyAudio_ChannelChange(void *dst, LONG dstChannels, con
 
 extern "C" HRESULT WINAPI KyAudio_ExtractChannel(void *dst, LONG channel, const void *src,
                                                  const WAVEFORMATEX *srcFormat, LONG frames) {
-  if (!srcFormat) return E_POINTER;
+  if (!srcFormat) return E_FAIL; // no format: unsupported
   const KYSAMPLETYPE t = Classify(srcFormat);
   if (t == KYSAMPLE_UNKNOWN || channel < 0 || channel >= srcFormat->nChannels) return E_FAIL;
   if (frames <= 0) return frames == 0 ? S_OK : E_FAIL;
@@ -227,7 +227,7 @@ extern "C" HRESULT WINAPI KyAudio_MonoChannel(void *dst, const void *src,
 
 extern "C" HRESULT WINAPI KyAudio_FillSilence(const WAVEFORMATEX *format, void *data,
                                               LONG frames) {
-  if (!format) return E_POINTER;
+  if (!format) return E_FAIL; // no format: unsupported
   const int fill = SilenceByte(format);
   if (fill == -1) return E_FAIL;
   if (fill == -2) return S_OK; // extensible but not PCM: deliberately not an error
@@ -246,7 +246,7 @@ extern "C" HRESULT WINAPI KyAudio_FillSilence(const WAVEFORMATEX *format, void *
 
 extern "C" HRESULT WINAPI KyAudio_FillSilenceChannel(const WAVEFORMATEX *format, void *data,
                                                      LONG channel, LONG frames) {
-  if (!format) return E_POINTER;
+  if (!format) return E_FAIL; // no format: unsupported
   if (channel < 0 || channel >= format->nChannels) return E_FAIL;
   const int fill = SilenceByte(format);
   if (fill == -1) return E_FAIL;

@@ -18,15 +18,6 @@ void PlainTail(KYSAMPLETYPE dst, KYSAMPLETYPE src, uint8_t *d, const uint8_t *s,
   if (n > 0) PlainConverter(dst, src)(d, s, n, gain);
 }
 
-// Lanes keeping the low three bytes of 32-bit lane k.
-inline __m128i Lane3(int k) {
-  alignas(16) static const uint32_t m[4][4] = {{0x00FFFFFF, 0, 0, 0},
-                                               {0, 0x00FFFFFF, 0, 0},
-                                               {0, 0, 0x00FFFFFF, 0},
-                                               {0, 0, 0, 0x00FFFFFF}};
-  return _mm_load_si128(reinterpret_cast<const __m128i *>(m[k]));
-}
-
 // Float lanes -> truncated, clamped int32 lanes; NaN lanes become 0.
 inline __m128i TruncClamp4(__m128 v, __m128 lo, __m128 hi) {
   v = _mm_and_ps(v, _mm_cmpord_ps(v, v));
@@ -112,18 +103,17 @@ void WINAPI S24ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  // A block reads 16 bytes for its 12, so the last block must leave 4 bytes after it.
-  const LONG blocks = n >= 6 ? (n - 2) / 4 : 0;
+  // Each sample is read as four bytes (the fourth, the next sample's first, is shifted out),
+  // so the last sample always goes to the plain loop.
+  const LONG blocks = (n - 1) / 4;
   PlainTail(KYSAMPLE_F32, KYSAMPLE_S24, d + blocks * 16, s + blocks * 12, n - blocks * 4, gain);
   const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
   const __m128 g = _mm_set1_ps(gain);
   const bool unity = gain == 1.0f;
-  const __m128i m0 = Lane3(0), m1 = Lane3(1), m2 = Lane3(2), m3 = Lane3(3);
   for (LONG b = blocks; b-- > 0;) {
-    const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + b * 12));
-    __m128i r = _mm_or_si128(_mm_and_si128(x, m0), _mm_and_si128(_mm_slli_si128(x, 1), m1));
-    r = _mm_or_si128(r, _mm_and_si128(_mm_slli_si128(x, 2), m2));
-    r = _mm_or_si128(r, _mm_and_si128(_mm_slli_si128(x, 3), m3));
+    const uint8_t *p = s + b * 12;
+    const __m128i r = _mm_set_epi32(int(Load32(p + 9)), int(Load32(p + 6)), int(Load32(p + 3)),
+                                    int(Load32(p)));
     __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(_mm_slli_epi32(r, 8)), scale);
     if (!unity) f = _mm_mul_ps(f, g);
     _mm_storeu_ps(reinterpret_cast<float *>(d + b * 16), f);
@@ -137,12 +127,16 @@ void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   const LONG blocks = n / 8;
   const float k = gain == 1.0f ? 32768.0f : gain * 32768.0f;
   const __m128 kv = _mm_set1_ps(k);
-  const __m128 lo = _mm_set1_ps(-32768.0f), hi = _mm_set1_ps(32767.0f);
+  const __m128 hi = _mm_set1_ps(32767.0f);
+  // Only the top needs clamping in float: below -32768 the truncation gives a value (or the
+  // integer indefinite 0x80000000) that the saturating pack turns into -32768.
   for (LONG b = 0; b < blocks; ++b) {
     const float *in = reinterpret_cast<const float *>(s + b * 32);
-    const __m128i a = TruncClamp4(_mm_mul_ps(_mm_loadu_ps(in), kv), lo, hi);
-    const __m128i c = TruncClamp4(_mm_mul_ps(_mm_loadu_ps(in + 4), kv), lo, hi);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(d + b * 16), _mm_packs_epi32(a, c));
+    __m128 x = _mm_mul_ps(_mm_loadu_ps(in), kv), y = _mm_mul_ps(_mm_loadu_ps(in + 4), kv);
+    x = _mm_min_ps(_mm_and_ps(x, _mm_cmpord_ps(x, x)), hi);
+    y = _mm_min_ps(_mm_and_ps(y, _mm_cmpord_ps(y, y)), hi);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(d + b * 16),
+                     _mm_packs_epi32(_mm_cvttps_epi32(x), _mm_cvttps_epi32(y)));
   }
   PlainTail(KYSAMPLE_S16, KYSAMPLE_F32, d + blocks * 16, s + blocks * 32, n - blocks * 8, gain);
 }
@@ -151,13 +145,15 @@ void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  const LONG blocks = n / 4;
+  // Each block's last 4-byte store reaches one byte into the next sample, so the last
+  // sample always goes to the plain loop.
+  const LONG blocks = (n - 1) / 4;
   const bool unity = gain == 1.0f;
   const __m128 kf = _mm_set1_ps(8388608.0f);
   const __m128 lo = _mm_set1_ps(-8388608.0f), hi = _mm_set1_ps(8388607.0f);
   const __m128d kd = _mm_set1_pd(double(gain) * 8388608.0);
   const __m128d lod = _mm_set1_pd(-8388608.0), hid = _mm_set1_pd(8388607.0);
-  const __m128i m1 = Lane3(1), m2 = Lane3(2), m3 = Lane3(3), m0 = Lane3(0);
+  alignas(16) int32_t t[4];
   for (LONG b = 0; b < blocks; ++b) {
     const __m128 x = _mm_loadu_ps(reinterpret_cast<const float *>(s + b * 16));
     __m128i v;
@@ -169,12 +165,14 @@ void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
       const __m128i c = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x)), kd), lod, hid);
       v = _mm_unpacklo_epi64(a, c);
     }
-    __m128i p = _mm_or_si128(_mm_and_si128(v, m0), _mm_srli_si128(_mm_and_si128(v, m1), 1));
-    p = _mm_or_si128(p, _mm_srli_si128(_mm_and_si128(v, m2), 2));
-    p = _mm_or_si128(p, _mm_srli_si128(_mm_and_si128(v, m3), 3));
+    // Overlapping 4-byte stores: each writes its sample's three bytes, and its fourth byte
+    // is overwritten by the next store (the source bytes under it were read already).
+    _mm_store_si128(reinterpret_cast<__m128i *>(t), v);
     uint8_t *out = d + b * 12;
-    _mm_storel_epi64(reinterpret_cast<__m128i *>(out), p);
-    Store32(out + 8, static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(p, 8))));
+    Store32(out, uint32_t(t[0]));
+    Store32(out + 3, uint32_t(t[1]));
+    Store32(out + 6, uint32_t(t[2]));
+    Store32(out + 9, uint32_t(t[3]));
   }
   PlainTail(KYSAMPLE_S24, KYSAMPLE_F32, d + blocks * 12, s + blocks * 16, n - blocks * 4, gain);
 }
@@ -227,6 +225,45 @@ void MixF32F32Sse2(float *d, const float *s, LONG n, const float factors[4]) {
                   _mm_add_ps(_mm_loadu_ps(d + i + 4), _mm_mul_ps(_mm_loadu_ps(s + i + 4), f)));
   }
   for (; i < n; ++i) d[i] = d[i] + s[i] * factors[i & 3];
+}
+
+} // namespace ky::audio
+
+namespace ky::audio {
+
+// 16-bit into 16-bit: the saturating 16-bit addition is the sum's clamp; with a gain the
+// scaled source is formed in double, truncated and clamped (NaN products give 0) as the
+// plain loop does, and packed to 16 bits with saturation.
+void MixS16S16Sse2(int16_t *d, const int16_t *s, LONG n, double gain) {
+  LONG i = 0;
+  if (gain == 1.0) {
+    for (; i + 8 <= n; i += 8) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(d + i));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(d + i), _mm_adds_epi16(a, b));
+    }
+  } else {
+    const __m128d g = _mm_set1_pd(gain);
+    const __m128d lo = _mm_set1_pd(-32768.0), hi = _mm_set1_pd(32767.0);
+    for (; i + 8 <= n; i += 8) {
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+      const __m128i b0 = _mm_srai_epi32(_mm_unpacklo_epi16(b, b), 16);
+      const __m128i b1 = _mm_srai_epi32(_mm_unpackhi_epi16(b, b), 16);
+      const __m128i t0 = _mm_unpacklo_epi64(
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(b0), g), lo, hi),
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(_mm_srli_si128(b0, 8)), g), lo, hi));
+      const __m128i t1 = _mm_unpacklo_epi64(
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(b1), g), lo, hi),
+          TruncClamp2d(_mm_mul_pd(_mm_cvtepi32_pd(_mm_srli_si128(b1, 8)), g), lo, hi));
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(d + i));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(d + i), _mm_adds_epi16(a, _mm_packs_epi32(t0, t1)));
+    }
+  }
+  for (; i < n; ++i) {
+    const int32_t t = gain == 1.0 ? s[i] : TruncClamp(double(s[i]) * gain, -32768.0, 32767.0);
+    const int32_t sum = int32_t(d[i]) + t;
+    d[i] = int16_t(sum < -32768 ? -32768 : sum > 32767 ? 32767 : sum);
+  }
 }
 
 } // namespace ky::audio

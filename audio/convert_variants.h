@@ -19,6 +19,8 @@ void WINAPI F32ToF64Sse2(void *dst, const void *src, LONG n, float gain);
 // (the per-channel gains times the source's full-scale factor, repeated over four lanes).
 void MixF32S16Sse2(float *d, const int16_t *s, LONG n, const float factors[4]);
 void MixF32F32Sse2(float *d, const float *s, LONG n, const float factors[4]);
+// 16-bit into 16-bit with one gain for every channel.
+void MixS16S16Sse2(int16_t *d, const int16_t *s, LONG n, double gain);
 
 KYAUDIOCOPYFUNC PlainConverter(KYSAMPLETYPE dst, KYSAMPLETYPE src);
 KYAUDIOCOPYFUNC FindConverter(KYSAMPLETYPE dst, KYSAMPLETYPE src);

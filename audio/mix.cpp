@@ -28,6 +28,10 @@ void WINAPI MixS16S16(void *dstv, const void *srcv, LONG n, LONG, const double *
   auto *d = static_cast<int16_t *>(dstv);
   auto *s = static_cast<const int16_t *>(srcv);
   const double g = gains ? gains[0] : 1.0;
+  if (g_mixLevel >= 2) {
+    MixS16S16Sse2(d, s, n, g);
+    return;
+  }
   if (g == 1.0) {
     for (LONG i = 0; i < n; ++i) {
       const int32_t sum = int32_t(d[i]) + s[i];

@@ -8,8 +8,9 @@
  * Destination arguments always come before source arguments.
  *
  * Results: 0 for success, E_NOTIMPL when no routine exists for a pair of types, E_FAIL for
- * an unsupported format or argument, E_POINTER for a missing format, buffer or gain array
- * when there is work to do.
+ * an unsupported format or argument (a negative frame count included), E_POINTER for a
+ * missing buffer, gain array or envelope when there is work to do. A null format counts as
+ * an unsupported one (type 0).
  *
  * Float to integer conversion truncates toward zero and clamps to the type's range; nothing
  * dithers. All functions are reentrant; buffers may be shared only as each function says. */

@@ -126,6 +126,10 @@ TEST(AudioChannels, ExtractAndSilence) {
   EXPECT_EQ(memcmp(out, want, 6), 0);
   EXPECT_EQ(KyAudio_ExtractChannel(out, 3, in, &s24, 2), E_FAIL);
   EXPECT_EQ(KyAudio_ExtractChannel(out, -1, in, &s24, 2), E_FAIL);
+  EXPECT_EQ(KyAudio_ExtractChannel(out, 0, in, nullptr, 2), E_FAIL);
+  EXPECT_EQ(KyAudio_ExtractChannel(nullptr, 0, in, &s24, 2), E_POINTER);
+  EXPECT_EQ(KyAudio_FillSilence(nullptr, out, 2), E_FAIL);
+  EXPECT_EQ(KyAudio_FillSilence(&s24, nullptr, 2), E_POINTER);
 
   struct Row {
     WORD tag, bits;

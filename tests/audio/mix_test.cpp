@@ -102,26 +102,37 @@ TEST(AudioMix, EveryMixerMatchesTheReference) {
     }
 }
 
-// The processor-specific float32 mixers give the plain loop's bits for every channel count.
+// The processor-specific mixers give the plain loop's bits for every channel count.
 TEST(AudioMix, ProcessorVariantsGiveThePlainBits) {
   auto setLevel = kytest::Export<LONG(WINAPI *)(LONG)>("KyInternal_AudioSetMixLevel");
   ASSERT_NE(setLevel, nullptr);
   const unsigned seed = 1234;
   std::mt19937 rng(seed);
   const double gains[4] = {0.3, -1.7, 1.0, 0.999};
-  for (KYSAMPLETYPE st : {KYSAMPLE_S16, KYSAMPLE_F32})
+  const KYSAMPLETYPE pairs[][2] = {{32, 17}, {32, 32}, {17, 17}};
+  for (auto &p : pairs)
     for (WORD ch : {1, 2, 3, 4})
       for (LONG frames : {1, 3, 8, 37, 1000}) {
-        WAVEFORMATEX df = FmtOf(32, ch), sf = FmtOf(st, ch);
+        const KYSAMPLETYPE dt = p[0], st = p[1];
+        WAVEFORMATEX df = FmtOf(dt, ch), sf = FmtOf(st, ch);
         const std::vector<uint8_t> src = Random(st, size_t(frames) * ch, rng);
-        const std::vector<uint8_t> start = Random(32, size_t(frames) * ch, rng);
+        const std::vector<uint8_t> start = Random(dt, size_t(frames) * ch, rng);
         std::vector<uint8_t> plain = start, fast = start;
         setLevel(0);
         ASSERT_EQ(KyAudio_Mix(&df, plain.data(), &sf, src.data(), frames, gains), S_OK);
         setLevel(5);
         ASSERT_EQ(KyAudio_Mix(&df, fast.data(), &sf, src.data(), frames, gains), S_OK);
-        EXPECT_TRUE(plain == fast) << Of(st).name << " channels " << ch << " frames " << frames
-                                   << " seed " << seed;
+        EXPECT_TRUE(plain == fast) << Of(dt).name << " <- " << Of(st).name << " channels " << ch
+                                   << " frames " << frames << " seed " << seed;
+        for (double g0 : {1.0, double(NAN)}) { // the 16-bit mixer's unity and NaN gains
+          const double one[4] = {g0, 2.0, 2.0, 2.0};
+          plain = fast = start;
+          setLevel(0);
+          ASSERT_EQ(KyAudio_Mix(&df, plain.data(), &sf, src.data(), frames, one), S_OK);
+          setLevel(5);
+          ASSERT_EQ(KyAudio_Mix(&df, fast.data(), &sf, src.data(), frames, one), S_OK);
+          EXPECT_TRUE(plain == fast) << Of(dt).name << " <- " << Of(st).name << " gain " << g0;
+        }
       }
   setLevel(-1);
 }
