@@ -64,6 +64,16 @@ public:
     return reinterpret_cast<BYTE *>(&work_[col - start_]);
   }
 
+  // The working pixels of columns [col, end) in one piece, marked as written, or null when
+  // they do not fit in one chunk (the caller then goes pixel by pixel).
+  tKYPIXEL32 *Span(LONG col, LONG end) {
+    if (col < start_ || col >= start_ + count_) Load(col);
+    if (end > start_ + count_) return nullptr;
+    if (col < lo_) lo_ = col;
+    if (end - 1 > hi_) hi_ = end - 1;
+    return &work_[col - start_];
+  }
+
 private:
   BYTE *At(LONG col) const { return row_ + (static_cast<LONGLONG>(bits_) * col) / 8; }
   LONG Bit(LONG col) const { return static_cast<LONG>((static_cast<LONGLONG>(bits_) * col) % 8); }
@@ -153,21 +163,47 @@ void A_Buffer::DrawScanLine(LONG row) {
       const LONG x0 = rb / kOne - 1;
       if (runEnd - x0 >= 2) {
         const LONG w = (m_weightSize * m_opacity16384) >> 14;
-        const LONG state = head->region->isect.m_state;
+        tACTIVEREGIONLIST *const e = head;
+        CScanlineIntersect &isect = e->region->isect;
+        const LONG state = isect.m_state;
+        const bool textured = state == KY3DRS_TEXTURED;
+        const bool inPlace = e->proc == TexturedPixel;  // the colours are fetched here
         tKYPIXEL32 px;
-        head->proc(head, &px, &m_param);
-        PixelSum sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
-        for (LONG x = x0; x < runEnd; ++x) {
-          if (x > x0 && state == KY3DRS_TEXTURED) {
+        e->proc(e, &px, &m_param);
+        // At full weight a fully covered pixel takes the region's colour as it is; below
+        // it the colour is blended (BlendInto with a coverage of 1024).
+        tKYPIXEL32 *span = w >= 1024 ? out.Span(x0, runEnd) : nullptr;
+        if (span && !textured) {
+          for (LONG x = x0; x < runEnd; ++x) span[x - x0] = px;
+        } else if (span) {
+          span[0] = px;
+          for (LONG x = x0 + 1; x < runEnd; ++x) {
             st.pixelX = x;
-            head->region->isect.SetCurVal2(&st, state);
-            head->proc(head, &px, &m_param);
-            sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
+            // The per-pixel advance of SetCurVal2, with its re-evaluation every 32 pixels.
+            if ((x & 31) == 0)
+              isect.SetCurVal2(&st, state);
+            else
+              for (int k = 0; k < 4; ++k) st.cur[k] += st.dx[k];
+            if (inPlace)
+              TexturedColor(st, &px);
+            else
+              e->proc(e, &px, &m_param);
+            span[x - x0] = px;
           }
-          BlendInto(out.Pixel(x), sum, w);
+        } else {
+          PixelSum sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
+          for (LONG x = x0; x < runEnd; ++x) {
+            if (x > x0 && textured) {
+              st.pixelX = x;
+              isect.SetCurVal2(&st, state);
+              e->proc(e, &px, &m_param);
+              sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
+            }
+            BlendInto(out.Pixel(x), sum, w);
+          }
         }
         st.pixelX = runEnd - 1;
-        head->region->isect.Step(&st, 1024, state);
+        isect.Step(&st, 1024, state);
         if (head->region->finished) {
           head->inUse = 0;
           head = tail = nullptr;
