@@ -69,10 +69,6 @@ const RGBQUAD *Describe(const BITMAPINFOHEADER &h, const void *pixels, const voi
 }
 
 
-// Pixel callback of flat regions: the polygon's colour.
-void KYAPI FlatPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *) {
-  *pixel = entry->step.color;
-}
 
 // Fits value = a * (x - ox) + b * (y - oy) + c through the vertices i, j, k (pixels).
 void FitPlane(const double *xs, const double *ys, const double *f, int i, int j, int k,
@@ -107,6 +103,11 @@ bool Readable(const void *p, SIZE_T bytes) {
     at = static_cast<const BYTE *>(mbi.BaseAddress) + mbi.RegionSize;
   }
   return true;
+}
+
+// Pixel callback of flat regions: the polygon's colour.
+void KYAPI FlatPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *) {
+  *pixel = entry->step.color;
 }
 
 // Pixel callback of textured regions (see TexturedColor).

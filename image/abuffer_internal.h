@@ -101,6 +101,10 @@ inline void TexturedColor(const SCANLINESTEP &st, tKYPIXEL32 *pixel) {
   pixel->alpha = static_cast<BYTE>(v >> 24);
 }
 
+// The pixel callback of flat regions: the polygon's colour. The resolve compares callbacks
+// with it to repeat the colours of pixels that look alike.
+void KYAPI FlatPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *param);
+
 // The pixel callback of textured regions: TexturedColor of the entry's step. The resolve
 // compares callbacks with it to fetch the colours of a run in place.
 void KYAPI TexturedPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *param);

@@ -213,6 +213,24 @@ void A_Buffer::DrawScanLine(LONG row) {
         continue;
       }
     }
+    // Several flat regions none of which has an edge due before `repeatEnd` (nor does a new
+    // region start before it): each one's coverage stays as it is on this pixel, so the
+    // pixels up to there repeat this pixel's colour, coverage and weight.
+    LONG repeatEnd = 0;
+    if (head->next) {
+      repeatEnd = m_width;
+      for (const tACTIVEREGIONLIST *e = head; e && repeatEnd; e = e->next) {
+        const SCANLINESTEP &st = e->step;
+        if (e->proc != FlatPixel || e->region->isect.m_state == KY3DRS_TEXTURED || st.activeCount) {
+          repeatEnd = 0;
+          break;
+        }
+        if (st.endX < repeatEnd) repeatEnd = st.endX;
+        if (st.nextSeg < st.segCount && st.segMinX[st.nextSeg] / kOne < repeatEnd)
+          repeatEnd = st.segMinX[st.nextSeg] / kOne;
+      }
+      if (rec && rec->startX < lastStart && rec->startX / kOne < repeatEnd) repeatEnd = rec->startX / kOne;
+    }
     // 2. Gather the pixel in list order. A fully covering region replaces the colour
     // gathered so far (so of several, the last one in the list decides); partly covering
     // regions share the sub-pixels that no earlier partly covering region took, whether or
@@ -288,7 +306,29 @@ void A_Buffer::DrawScanLine(LONG row) {
     const LONG x = rb / kOne - 1;
     if (sum.total > 0 && x >= 0 && x < m_width) {
       const LONG w = sum.total >= 1024 ? m_weightSize : m_weight[sum.total];
-      BlendInto(out.Pixel(x), sum, (w * m_opacity16384) >> 14);
+      for (LONG xr = x; xr < repeatEnd || xr == x; ++xr)
+        BlendInto(out.Pixel(xr), sum, (w * m_opacity16384) >> 14);
+    }
+    if (repeatEnd - x >= 2) {
+      // The regions step over the repeated pixels at once: nothing enters them on the way.
+      tACTIVEREGIONLIST *prev = nullptr;
+      for (tACTIVEREGIONLIST *e = head; e;) {
+        e->step.pixelX = repeatEnd - 1;
+        e->region->isect.Step(&e->step, e->step.full ? 1024 : 0, e->region->isect.m_state);
+        tACTIVEREGIONLIST *next = e->next;
+        if (e->region->finished) {
+          if (prev)
+            prev->next = next;
+          else
+            head = next;
+          if (tail == e) tail = prev;
+          e->inUse = 0;
+        } else {
+          prev = e;
+        }
+        e = next;
+      }
+      rb = repeatEnd * kOne;
     }
     // 5. Next pixel.
     rb += kOne;
