@@ -51,8 +51,10 @@ inline void BlendInto(BYTE *d, const PixelSum &s, LONG w) {
 // pixels are the row itself and nothing is copied.
 class RowWriter {
 public:
-  RowWriter(tKYDIBXCHGPARAMS *x, BYTE *row, LONG bits, LONG width, tKYPIXEL32 *buffer)
-      : x_(x), row_(row), bits_(bits), width_(width), buffer_(buffer) {}
+  // `limit`: the walk is not expected to write at or right of this column, so chunks end
+  // there (a pixel beyond it still gets a chunk of its own).
+  RowWriter(tKYDIBXCHGPARAMS *x, BYTE *row, LONG bits, LONG width, LONG limit, tKYPIXEL32 *buffer)
+      : x_(x), row_(row), bits_(bits), width_(width), limit_(limit), buffer_(buffer) {}
   ~RowWriter() { Flush(); }
   RowWriter(const RowWriter &) = delete;
   RowWriter &operator=(const RowWriter &) = delete;
@@ -80,7 +82,8 @@ private:
   void Load(LONG col) {
     Flush();
     start_ = col;
-    count_ = width_ - col < kRowChunk ? width_ - col : kRowChunk;
+    const LONG end = col < limit_ ? limit_ : width_;
+    count_ = end - col < kRowChunk ? end - col : kRowChunk;
     work_ = static_cast<tKYPIXEL32 *>(x_->readRow(x_, At(col), Bit(col), buffer_, count_));
     lo_ = 0x7FFFFFFF;
     hi_ = -1;
@@ -93,7 +96,7 @@ private:
 
   tKYDIBXCHGPARAMS *x_;
   BYTE *row_;
-  LONG bits_, width_;
+  LONG bits_, width_, limit_;
   tKYPIXEL32 *buffer_;
   tKYPIXEL32 *work_ = nullptr;
   LONG start_ = 0, count_ = 0, lo_ = 0x7FFFFFFF, hi_ = -1;
@@ -112,8 +115,18 @@ void A_Buffer::DrawScanLine(LONG row) {
   if (row < 0 || row >= m_height || row >= KY_ABUFFER_MAX_ROWS || !m_ring || !m_inFrame) return;
   tKYABREGION *rec = m_rows[row];
   if (!rec) return;
+  // No region reaches past the end of its last pixel: the row is converted only that far.
+  LONG limit = 0;
+  for (const tKYABREGION *r = rec; r; r = r->next) {
+    const LONGLONG end = (static_cast<LONGLONG>(r->isect.m_xMax) + kOne - 1) / kOne;
+    if (end >= m_width) {
+      limit = m_width;
+      break;
+    }
+    if (end > limit) limit = static_cast<LONG>(end);
+  }
   RowWriter out(&m_xchg[1], m_dstTopRow + static_cast<LONG_PTR>(row) * m_dstRowStep,
-                m_param.dstHeader.biBitCount, m_width, m_rowChunk);
+                m_param.dstHeader.biBitCount, m_width, limit, m_rowChunk);
   const LONG lastStart = (m_width - 1) * kOne;
   tACTIVEREGIONLIST *head = nullptr, *tail = nullptr;
   SUBPIXELMASK covered;
