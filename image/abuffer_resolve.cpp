@@ -102,6 +102,24 @@ private:
   LONG start_ = 0, count_ = 0, lo_ = 0x7FFFFFFF, hi_ = -1;
 };
 
+// After `e` has stepped: takes it out of the active list when its region is finished (and
+// frees its slot), else makes it the new `prev`. Returns the entry after it.
+inline tACTIVEREGIONLIST *Advance(tACTIVEREGIONLIST *e, tACTIVEREGIONLIST *&prev,
+                                  tACTIVEREGIONLIST *&head, tACTIVEREGIONLIST *&tail) {
+  tACTIVEREGIONLIST *next = e->next;
+  if (e->region->finished) {
+    if (prev)
+      prev->next = next;
+    else
+      head = next;
+    if (tail == e) tail = prev;
+    e->inUse = 0;
+  } else {
+    prev = e;
+  }
+  return next;
+}
+
 }  // namespace
 
 // Resolves one row (see EndFrame): regions are activated in order of start x as the walk
@@ -293,18 +311,7 @@ void A_Buffer::DrawScanLine(LONG row) {
         cov = c;
       }
       e->region->isect.Step(&e->step, cov, e->region->isect.m_state);
-      tACTIVEREGIONLIST *next = e->next;
-      if (e->region->finished) {
-        if (prev)
-          prev->next = next;
-        else
-          head = next;
-        if (tail == e) tail = prev;
-        e->inUse = 0;
-      } else {
-        prev = e;
-      }
-      e = next;
+      e = Advance(e, prev, head, tail);
     }
     // 3. The pixel writer: coverage weight (full coverage and more weigh 1024) times the
     // frame's opacity. Where a fully covering region is joined by partly covering ones
@@ -328,18 +335,7 @@ void A_Buffer::DrawScanLine(LONG row) {
       for (tACTIVEREGIONLIST *e = head; e;) {
         e->step.pixelX = repeatEnd - 1;
         e->region->isect.Step(&e->step, e->step.full ? 1024 : 0, e->region->isect.m_state);
-        tACTIVEREGIONLIST *next = e->next;
-        if (e->region->finished) {
-          if (prev)
-            prev->next = next;
-          else
-            head = next;
-          if (tail == e) tail = prev;
-          e->inUse = 0;
-        } else {
-          prev = e;
-        }
-        e = next;
+        e = Advance(e, prev, head, tail);
       }
       rb = repeatEnd * kOne;
     }
