@@ -174,6 +174,13 @@ void Report(const char *what, const char *renderer, double seconds, int frames, 
          1 / perFrame, area / perFrame / 1e6);
 }
 
+// FNV-1a of the destination, to compare the images of two builds.
+DWORD Checksum(const std::vector<DWORD> &frame) {
+  DWORD h = 2166136261u;
+  for (DWORD v : frame) h = (h ^ v) * 16777619u;
+  return h;
+}
+
 // One frame first (not timed), then `frames` timed ones.
 double RunABuffer(A_Buffer &ab, const Scene &s, tA_BUFFER_PARAM &prm, int frames) {
   double t0 = 0;
@@ -232,6 +239,7 @@ int main(int argc, char **argv) {
       const double t = RunABuffer(ab, s, prm, frames);
       Report(names[i], compression == BI_RGB ? "A-buffer, RGB32 destination" : "A-buffer, RGBA32 destination",
              t, frames, s.area);
+      printf("    (image checksum %08lX)\n", static_cast<unsigned long>(Checksum(frame)));
     }
     printf("    (regions used in the last frame: %ld of %d%s)\n", (long)ab.m_poolUsed, KY_ABUFFER_POOL_SIZE,
            ab.m_poolWrapped ? ", the pool wrapped" : "");

@@ -60,6 +60,55 @@ inline DWORD ReadTexel(const TexInfo &t, const BYTE *row, LONG x) {
   return out;
 }
 
+inline float ClampUnit(float s) {
+  if (!(s > 0.0f)) return 0.0f;  // also NaN
+  return s > 1.0f ? 1.0f : s;
+}
+
+// Colour of a textured region's current pixel: bilinear sample at the perspective-correct u, v of
+// the pixel centre (clamped to the texture's edges), times the interpolated shade.
+inline void TexturedColor(const SCANLINESTEP &st, tKYPIXEL32 *pixel) {
+  const PolyRec *p = static_cast<const PolyRec *>(st.poly);
+  const TexInfo &t = *p->tex;
+  float q = st.cur[0];
+  if (!(q > 1e-12f)) q = 1e-12f;
+  const float inv = 1.0f / q;
+  // Texel position in 24.8 fixed point (texel centres at .5), clamped to the texture.
+  const float fx = st.cur[1] * inv * static_cast<float>(t.width * 256) - 128.0f;
+  const float fy = st.cur[2] * inv * static_cast<float>(t.height * 256) - 128.0f;
+  const LONG maxX = (t.width - 1) * 256, maxY = (t.height - 1) * 256;
+  const LONG sx = !(fx > 0.0f) ? 0 : (fx >= static_cast<float>(maxX) ? maxX : static_cast<LONG>(fx));
+  const LONG sy = !(fy > 0.0f) ? 0 : (fy >= static_cast<float>(maxY) ? maxY : static_cast<LONG>(fy));
+  const LONG s = static_cast<LONG>(ClampUnit(st.cur[3] * inv) * 256.0f + 0.5f);
+  const LONG ix = sx >> 8, iy = sy >> 8, wx = sx & 255, wy = sy & 255;
+  const LONG ix1 = ix + 1 < t.width ? ix + 1 : ix;
+  const BYTE *r0 = t.top + static_cast<LONG_PTR>(iy) * t.rowStep;
+  const BYTE *r1 = iy + 1 < t.height ? r0 + t.rowStep : r0;
+  const DWORD a = ReadTexel(t, r0, ix), b = ReadTexel(t, r0, ix1);
+  const DWORD c = ReadTexel(t, r1, ix), d = ReadTexel(t, r1, ix1);
+  // Two channels at a time: blue and red in the even bytes, green and alpha in the odd.
+  auto lerp = [](DWORD u, DWORD v, DWORD w) {
+    const DWORD ue = u & 0x00FF00FFu, uo = (u >> 8) & 0x00FF00FFu;
+    const DWORD ve = v & 0x00FF00FFu, vo = (v >> 8) & 0x00FF00FFu;
+    const DWORD e = ((ue * (256 - w) + ve * w + 0x00800080u) >> 8) & 0x00FF00FFu;
+    const DWORD o = ((uo * (256 - w) + vo * w + 0x00800080u) >> 8) & 0x00FF00FFu;
+    return e | (o << 8);
+  };
+  const DWORD v = lerp(lerp(a, b, wx), lerp(c, d, wx), wy);
+  pixel->blue = static_cast<BYTE>(((v & 255) * s + 128) >> 8);
+  pixel->green = static_cast<BYTE>((((v >> 8) & 255) * s + 128) >> 8);
+  pixel->red = static_cast<BYTE>((((v >> 16) & 255) * s + 128) >> 8);
+  pixel->alpha = static_cast<BYTE>(v >> 24);
+}
+
+// The pixel callback of flat regions: the polygon's colour. The resolve compares callbacks
+// with it to repeat the colours of pixels that look alike.
+void KYAPI FlatPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *param);
+
+// The pixel callback of textured regions: TexturedColor of the entry's step. The resolve
+// compares callbacks with it to fetch the colours of a run in place.
+void KYAPI TexturedPixel(tACTIVEREGIONLIST *entry, tKYPIXEL32 *pixel, tA_BUFFER_PARAM *param);
+
 // True when `bytes` bytes at p are committed, readable memory.
 bool Readable(const void *p, SIZE_T bytes);
 

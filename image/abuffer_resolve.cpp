@@ -51,8 +51,10 @@ inline void BlendInto(BYTE *d, const PixelSum &s, LONG w) {
 // pixels are the row itself and nothing is copied.
 class RowWriter {
 public:
-  RowWriter(tKYDIBXCHGPARAMS *x, BYTE *row, LONG bits, LONG width, tKYPIXEL32 *buffer)
-      : x_(x), row_(row), bits_(bits), width_(width), buffer_(buffer) {}
+  // `limit`: the walk is not expected to write at or right of this column, so chunks end
+  // there (a pixel beyond it still gets a chunk of its own).
+  RowWriter(tKYDIBXCHGPARAMS *x, BYTE *row, LONG bits, LONG width, LONG limit, tKYPIXEL32 *buffer)
+      : x_(x), row_(row), bits_(bits), width_(width), limit_(limit), buffer_(buffer) {}
   ~RowWriter() { Flush(); }
   RowWriter(const RowWriter &) = delete;
   RowWriter &operator=(const RowWriter &) = delete;
@@ -64,13 +66,24 @@ public:
     return reinterpret_cast<BYTE *>(&work_[col - start_]);
   }
 
+  // The working pixels of columns [col, end) in one piece, marked as written, or null when
+  // they do not fit in one chunk (the caller then goes pixel by pixel).
+  tKYPIXEL32 *Span(LONG col, LONG end) {
+    if (col < start_ || col >= start_ + count_) Load(col);
+    if (end > start_ + count_) return nullptr;
+    if (col < lo_) lo_ = col;
+    if (end - 1 > hi_) hi_ = end - 1;
+    return &work_[col - start_];
+  }
+
 private:
   BYTE *At(LONG col) const { return row_ + (static_cast<LONGLONG>(bits_) * col) / 8; }
   LONG Bit(LONG col) const { return static_cast<LONG>((static_cast<LONGLONG>(bits_) * col) % 8); }
   void Load(LONG col) {
     Flush();
     start_ = col;
-    count_ = width_ - col < kRowChunk ? width_ - col : kRowChunk;
+    const LONG end = col < limit_ ? limit_ : width_;
+    count_ = end - col < kRowChunk ? end - col : kRowChunk;
     work_ = static_cast<tKYPIXEL32 *>(x_->readRow(x_, At(col), Bit(col), buffer_, count_));
     lo_ = 0x7FFFFFFF;
     hi_ = -1;
@@ -83,11 +96,29 @@ private:
 
   tKYDIBXCHGPARAMS *x_;
   BYTE *row_;
-  LONG bits_, width_;
+  LONG bits_, width_, limit_;
   tKYPIXEL32 *buffer_;
   tKYPIXEL32 *work_ = nullptr;
   LONG start_ = 0, count_ = 0, lo_ = 0x7FFFFFFF, hi_ = -1;
 };
+
+// After `e` has stepped: takes it out of the active list when its region is finished (and
+// frees its slot), else makes it the new `prev`. Returns the entry after it.
+inline tACTIVEREGIONLIST *Advance(tACTIVEREGIONLIST *e, tACTIVEREGIONLIST *&prev,
+                                  tACTIVEREGIONLIST *&head, tACTIVEREGIONLIST *&tail) {
+  tACTIVEREGIONLIST *next = e->next;
+  if (e->region->finished) {
+    if (prev)
+      prev->next = next;
+    else
+      head = next;
+    if (tail == e) tail = prev;
+    e->inUse = 0;
+  } else {
+    prev = e;
+  }
+  return next;
+}
 
 }  // namespace
 
@@ -102,8 +133,18 @@ void A_Buffer::DrawScanLine(LONG row) {
   if (row < 0 || row >= m_height || row >= KY_ABUFFER_MAX_ROWS || !m_ring || !m_inFrame) return;
   tKYABREGION *rec = m_rows[row];
   if (!rec) return;
+  // No region reaches past the end of its last pixel: the row is converted only that far.
+  LONG limit = 0;
+  for (const tKYABREGION *r = rec; r; r = r->next) {
+    const LONGLONG end = (static_cast<LONGLONG>(r->isect.m_xMax) + kOne - 1) / kOne;
+    if (end >= m_width) {
+      limit = m_width;
+      break;
+    }
+    if (end > limit) limit = static_cast<LONG>(end);
+  }
   RowWriter out(&m_xchg[1], m_dstTopRow + static_cast<LONG_PTR>(row) * m_dstRowStep,
-                m_param.dstHeader.biBitCount, m_width, m_rowChunk);
+                m_param.dstHeader.biBitCount, m_width, limit, m_rowChunk);
   const LONG lastStart = (m_width - 1) * kOne;
   tACTIVEREGIONLIST *head = nullptr, *tail = nullptr;
   SUBPIXELMASK covered;
@@ -153,21 +194,47 @@ void A_Buffer::DrawScanLine(LONG row) {
       const LONG x0 = rb / kOne - 1;
       if (runEnd - x0 >= 2) {
         const LONG w = (m_weightSize * m_opacity16384) >> 14;
-        const LONG state = head->region->isect.m_state;
+        tACTIVEREGIONLIST *const e = head;
+        CScanlineIntersect &isect = e->region->isect;
+        const LONG state = isect.m_state;
+        const bool textured = state == KY3DRS_TEXTURED;
+        const bool inPlace = e->proc == TexturedPixel;  // the colours are fetched here
         tKYPIXEL32 px;
-        head->proc(head, &px, &m_param);
-        PixelSum sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
-        for (LONG x = x0; x < runEnd; ++x) {
-          if (x > x0 && state == KY3DRS_TEXTURED) {
+        e->proc(e, &px, &m_param);
+        // At full weight a fully covered pixel takes the region's colour as it is; below
+        // it the colour is blended (BlendInto with a coverage of 1024).
+        tKYPIXEL32 *span = w >= 1024 ? out.Span(x0, runEnd) : nullptr;
+        if (span && !textured) {
+          for (LONG x = x0; x < runEnd; ++x) span[x - x0] = px;
+        } else if (span) {
+          span[0] = px;
+          for (LONG x = x0 + 1; x < runEnd; ++x) {
             st.pixelX = x;
-            head->region->isect.SetCurVal2(&st, state);
-            head->proc(head, &px, &m_param);
-            sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
+            // The per-pixel advance of SetCurVal2, with its re-evaluation every 32 pixels.
+            if ((x & 31) == 0)
+              isect.SetCurVal2(&st, state);
+            else
+              for (int k = 0; k < 4; ++k) st.cur[k] += st.dx[k];
+            if (inPlace)
+              TexturedColor(st, &px);
+            else
+              e->proc(e, &px, &m_param);
+            span[x - x0] = px;
           }
-          BlendInto(out.Pixel(x), sum, w);
+        } else {
+          PixelSum sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
+          for (LONG x = x0; x < runEnd; ++x) {
+            if (x > x0 && textured) {
+              st.pixelX = x;
+              isect.SetCurVal2(&st, state);
+              e->proc(e, &px, &m_param);
+              sum = {px.blue * 1024u, px.green * 1024u, px.red * 1024u, px.alpha * 1024u, 1024};
+            }
+            BlendInto(out.Pixel(x), sum, w);
+          }
         }
         st.pixelX = runEnd - 1;
-        head->region->isect.Step(&st, 1024, state);
+        isect.Step(&st, 1024, state);
         if (head->region->finished) {
           head->inUse = 0;
           head = tail = nullptr;
@@ -176,6 +243,24 @@ void A_Buffer::DrawScanLine(LONG row) {
         if (!head && !rec) break;
         continue;
       }
+    }
+    // Several flat regions none of which has an edge due before `repeatEnd` (nor does a new
+    // region start before it): each one's coverage stays as it is on this pixel, so the
+    // pixels up to there repeat this pixel's colour, coverage and weight.
+    LONG repeatEnd = 0;
+    if (head->next) {
+      repeatEnd = m_width;
+      for (const tACTIVEREGIONLIST *e = head; e && repeatEnd; e = e->next) {
+        const SCANLINESTEP &st = e->step;
+        if (e->proc != FlatPixel || e->region->isect.m_state == KY3DRS_TEXTURED || st.activeCount) {
+          repeatEnd = 0;
+          break;
+        }
+        if (st.endX < repeatEnd) repeatEnd = st.endX;
+        if (st.nextSeg < st.segCount && st.segMinX[st.nextSeg] / kOne < repeatEnd)
+          repeatEnd = st.segMinX[st.nextSeg] / kOne;
+      }
+      if (rec && rec->startX < lastStart && rec->startX / kOne < repeatEnd) repeatEnd = rec->startX / kOne;
     }
     // 2. Gather the pixel in list order. A fully covering region replaces the colour
     // gathered so far (so of several, the last one in the list decides); partly covering
@@ -226,18 +311,7 @@ void A_Buffer::DrawScanLine(LONG row) {
         cov = c;
       }
       e->region->isect.Step(&e->step, cov, e->region->isect.m_state);
-      tACTIVEREGIONLIST *next = e->next;
-      if (e->region->finished) {
-        if (prev)
-          prev->next = next;
-        else
-          head = next;
-        if (tail == e) tail = prev;
-        e->inUse = 0;
-      } else {
-        prev = e;
-      }
-      e = next;
+      e = Advance(e, prev, head, tail);
     }
     // 3. The pixel writer: coverage weight (full coverage and more weigh 1024) times the
     // frame's opacity. Where a fully covering region is joined by partly covering ones
@@ -252,7 +326,18 @@ void A_Buffer::DrawScanLine(LONG row) {
     const LONG x = rb / kOne - 1;
     if (sum.total > 0 && x >= 0 && x < m_width) {
       const LONG w = sum.total >= 1024 ? m_weightSize : m_weight[sum.total];
-      BlendInto(out.Pixel(x), sum, (w * m_opacity16384) >> 14);
+      for (LONG xr = x; xr < repeatEnd || xr == x; ++xr)
+        BlendInto(out.Pixel(xr), sum, (w * m_opacity16384) >> 14);
+    }
+    if (repeatEnd - x >= 2) {
+      // The regions step over the repeated pixels at once: nothing enters them on the way.
+      tACTIVEREGIONLIST *prev = nullptr;
+      for (tACTIVEREGIONLIST *e = head; e;) {
+        e->step.pixelX = repeatEnd - 1;
+        e->region->isect.Step(&e->step, e->step.full ? 1024 : 0, e->region->isect.m_state);
+        e = Advance(e, prev, head, tail);
+      }
+      rb = repeatEnd * kOne;
     }
     // 5. Next pixel.
     rb += kOne;
