@@ -40,19 +40,6 @@ _smpteval ReferenceDropLabel(ULONG n) {
   return Tc(2, label / 108000, label % 108000 / 1800, label % 1800 / 30, label % 30);
 }
 
-// Label after `tc` in a real drop-frame count, stepped field by field.
-void ReferenceNextDropLabel(_smpteval &tc) {
-  if (++tc.frames < 30) return;
-  tc.frames = 0;
-  if (++tc.seconds < 60) return;
-  tc.seconds = 0;
-  if (++tc.minutes == 60) {
-    tc.minutes = 0;
-    ++tc.hours;
-  }
-  if (tc.minutes % 10 != 0) tc.frames = 2;
-}
-
 // ---- KYSMPTE_SMPTEToFrameCount / KYSMPTE_FrameCountToSMPTE ----
 
 struct CountCase {
@@ -63,13 +50,10 @@ struct CountCase {
 TEST(FrameCount, RoundTripsEachType) {
   const CountCase cases[] = {
       {Tc(1, 0, 0, 0, 0), 0},          {Tc(1, 0, 0, 1, 5), 35},
-      {Tc(1, 1, 0, 0, 0), 108000},     {Tc(1, 23, 59, 59, 29), 2591999},
-      {Tc(5, 0, 10, 0, 0), 18000},     {Tc(5, 23, 59, 59, 29), 2591999},
-      {Tc(3, 0, 0, 1, 0), 25},         {Tc(3, 1, 0, 0, 0), 90000},
-      {Tc(3, 23, 59, 59, 24), 2159999}, {Tc(4, 0, 1, 0, 0), 1440},
-      {Tc(4, 1, 0, 0, 0), 86400},      {Tc(4, 23, 59, 59, 23), 2073599},
-      {Tc(2, 0, 0, 59, 29), 1799},     {Tc(2, 0, 1, 0, 2), 1800},
-      {Tc(2, 0, 2, 0, 2), 3598},       {Tc(2, 0, 10, 0, 0), 17982},
+      {Tc(1, 23, 59, 59, 29), 2591999}, {Tc(5, 0, 10, 0, 0), 18000},
+      {Tc(3, 1, 0, 0, 0), 90000},      {Tc(3, 23, 59, 59, 24), 2159999},
+      {Tc(4, 0, 1, 0, 0), 1440},       {Tc(4, 23, 59, 59, 23), 2073599},
+      {Tc(2, 0, 1, 0, 2), 1800},       {Tc(2, 0, 10, 0, 0), 17982},
       {Tc(2, 0, 11, 0, 2), 19782},     {Tc(2, 1, 0, 0, 0), 107892},
   };
   for (const CountCase &c : cases) {
@@ -79,13 +63,6 @@ TEST(FrameCount, RoundTripsEachType) {
     EXPECT_EQ(Str(c.tc), Str(back));
     EXPECT_EQ(c.tc.type, back.type);
   }
-}
-
-TEST(FrameCount, NonDropTypesWrapAtTheirDay) {
-  EXPECT_EQ("0:00:00:00", Str(FromCount(1, 2592000)));
-  EXPECT_EQ("0:00:00:01", Str(FromCount(5, 2592001)));
-  EXPECT_EQ("0:00:00:00", Str(FromCount(3, 2160000)));
-  EXPECT_EQ("0:00:00:03", Str(FromCount(4, 2073603)));
 }
 
 TEST(FrameCount, MissingDropLabelsReadAsFrameTwo) {
@@ -112,35 +89,29 @@ TEST(FrameCount, OtherTypesCountZeroAndConvertAsDropFrame) {
   EXPECT_EQ("0:01:00:00", Str(FromCount(7, 2588615)));
 }
 
-TEST(FrameCount, DropFrameMatchesStepwiseLabelsForTwentyMinutes) {
-  _smpteval label = Tc(2, 0, 0, 0, 0);
-  for (ULONG n = 0; n < 20 * 1800 + 10; ++n) {
-    _smpteval got = FromCount(2, n);
-    if (Str(got) != Str(label) || KYSMPTE_SMPTEToFrameCount(&label) != n) {
-      ADD_FAILURE() << "frame " << n << ": " << Str(got) << " expected " << Str(label);
-      return;
-    }
-    ReferenceNextDropLabel(label);
-  }
-}
-
-TEST(FrameCount, DropFrameMatchesReferenceAcrossTheDay) {
-  for (ULONG n = 0; n < 2589407 + 4000; n += 997) {
+// Every frame of the first 20 minutes (all minute boundaries), then samples across the day.
+TEST(FrameCount, DropFrameMatchesReference) {
+  for (ULONG n = 0; n < 2589407 + 4000; n += n < 36010 ? 1 : 997) {
     _smpteval want = ReferenceDropLabel(n), got = FromCount(2, n);
     ASSERT_EQ(Str(want), Str(got)) << "frame " << n;
+    if (n < 36010) {
+      ASSERT_EQ(n, KYSMPTE_SMPTEToFrameCount(&want)) << Str(want);
+    }
   }
 }
 
-TEST(FrameCount, DropFrameDayIsOneFrameShort) {
-  EXPECT_EQ("0:00:00:00", Str(FromCount(2, 2589407)));
-  EXPECT_EQ("0:00:00:01", Str(FromCount(2, 2589408)));
+// Each type wraps at its own day; the drop-frame day is one frame short, and labels past its
+// end wrap through it as well.
+TEST(FrameCount, WrapsAtTheDayOfEachType) {
+  const struct { LONG type; ULONG count; const char *want; } cases[] = {
+      {1, 2592000, "0:00:00:00"}, {5, 2592001, "0:00:00:01"},  {3, 2160000, "0:00:00:00"},
+      {4, 2073603, "0:00:00:03"}, {2, 2589407, "0:00:00:00"},  {2, 2589408, "0:00:00:01"},
+      {2, 2589406, "0:01:26:11"}, {2, 2586816, "23:58:33:16"}, {2, 2586817, "0:00:00:00"},
+  };
+  for (const auto &c : cases) EXPECT_EQ(c.want, Str(FromCount(c.type, c.count))) << c.count;
   // The last label of a real day counts 2589407 frames and so reads back as the next day.
   _smpteval last = Tc(2, 23, 59, 59, 29);
   EXPECT_EQ(2589407u, KYSMPTE_SMPTEToFrameCount(&last));
-  // Labels past 2589407 wrap through the short day as well.
-  EXPECT_EQ("0:01:26:11", Str(FromCount(2, 2589406)));
-  EXPECT_EQ("23:58:33:16", Str(FromCount(2, 2586816)));
-  EXPECT_EQ("0:00:00:00", Str(FromCount(2, 2586817)));
 }
 
 // ---- KYSMPTE_AddSMPTE / KYSMPTE_SubtractSMPTE ----
@@ -211,40 +182,28 @@ TEST(SMPTECompare, FieldsInOrderTypeIgnored) {
 
 // ---- KYSMPTE_IncrementByFrame / KYSMPTE_DeccrementByFrame ----
 
-struct StepCase {
-  _smpteval from;
-  const char *to;
-};
-
-TEST(IncrementByFrame, CarriesAndSkipsDropLabels) {
-  const StepCase cases[] = {
-      {Tc(1, 0, 0, 0, 28), "0:00:00:29"},   {Tc(1, 0, 0, 59, 29), "0:01:00:00"},
-      {Tc(2, 0, 0, 59, 29), "0:01:00:02"},  {Tc(5, 0, 0, 59, 29), "0:01:00:02"},
-      {Tc(2, 0, 9, 59, 29), "0:10:00:00"},  {Tc(2, 0, 59, 59, 29), "1:00:00:00"},
-      {Tc(3, 0, 0, 0, 24), "0:00:01:00"},   {Tc(4, 0, 0, 0, 23), "0:00:01:00"},
-      {Tc(4, 0, 0, 0, 22), "0:00:00:23"},   {Tc(9, 0, 0, 0, 29), "0:00:01:00"},
-      {Tc(1, 23, 59, 59, 29), "0:00:00:00"}, {Tc(1, 40, 59, 59, 29), "9:00:00:00"},
+// Incrementing skips the dropped labels; decrementing mirrors it without skipping.
+TEST(StepByFrame, CarriesSkipsAndWraps) {
+  const auto inc = KYSMPTE_IncrementByFrame, dec = KYSMPTE_DeccrementByFrame;
+  const struct { decltype(inc) op; _smpteval from; const char *to; } cases[] = {
+      {inc, Tc(1, 0, 0, 0, 28), "0:00:00:29"},   {inc, Tc(1, 0, 0, 59, 29), "0:01:00:00"},
+      {inc, Tc(2, 0, 0, 59, 29), "0:01:00:02"},  {inc, Tc(5, 0, 0, 59, 29), "0:01:00:02"},
+      {inc, Tc(2, 0, 9, 59, 29), "0:10:00:00"},  {inc, Tc(2, 0, 59, 59, 29), "1:00:00:00"},
+      {inc, Tc(3, 0, 0, 0, 24), "0:00:01:00"},   {inc, Tc(4, 0, 0, 0, 23), "0:00:01:00"},
+      {inc, Tc(9, 0, 0, 0, 29), "0:00:01:00"},   {inc, Tc(1, 23, 59, 59, 29), "0:00:00:00"},
+      {inc, Tc(1, 40, 59, 59, 29), "9:00:00:00"},
+      {dec, Tc(2, 0, 1, 0, 2), "0:01:00:01"},    {dec, Tc(2, 0, 2, 0, 0), "0:01:59:31"},
+      {dec, Tc(5, 0, 2, 0, 0), "0:01:59:31"},    {dec, Tc(2, 0, 11, 0, 0), "0:10:59:29"},
+      {dec, Tc(1, 0, 2, 0, 0), "0:01:59:29"},    {dec, Tc(1, 0, 0, 0, 0), "23:59:59:29"},
+      {dec, Tc(3, 0, 0, 0, 0), "23:59:59:24"},   {dec, Tc(4, 1, 0, 0, 0), "0:59:59:23"},
+      {dec, Tc(2, 0, 0, 0, 0), "23:59:59:31"},   {dec, Tc(2, 0, 1, 1, 0), "0:01:00:29"},
+      {dec, Tc(1, 33, 0, 0, 0), "0:59:59:29"},
   };
-  for (const StepCase &c : cases) {
+  for (const auto &c : cases) {
     _smpteval tc = c.from;
-    EXPECT_EQ(S_OK, KYSMPTE_IncrementByFrame(&tc, 0));
-    EXPECT_EQ(c.to, Str(tc)) << "type " << c.from.type << " from " << Str(c.from);
-  }
-}
-
-TEST(DeccrementByFrame, MirrorsWithoutSkipping) {
-  const StepCase cases[] = {
-      {Tc(2, 0, 1, 0, 2), "0:01:00:01"},    {Tc(2, 0, 2, 0, 0), "0:01:59:31"},
-      {Tc(5, 0, 2, 0, 0), "0:01:59:31"},    {Tc(2, 0, 11, 0, 0), "0:10:59:29"},
-      {Tc(1, 0, 2, 0, 0), "0:01:59:29"},    {Tc(1, 0, 0, 0, 0), "23:59:59:29"},
-      {Tc(3, 0, 0, 0, 0), "23:59:59:24"},   {Tc(4, 1, 0, 0, 0), "0:59:59:23"},
-      {Tc(2, 0, 0, 0, 0), "23:59:59:31"},   {Tc(2, 0, 1, 1, 0), "0:01:00:29"},
-      {Tc(1, 33, 0, 0, 0), "0:59:59:29"},
-  };
-  for (const StepCase &c : cases) {
-    _smpteval tc = c.from;
-    EXPECT_EQ(S_OK, KYSMPTE_DeccrementByFrame(&tc, 0));
-    EXPECT_EQ(c.to, Str(tc)) << "type " << c.from.type << " from " << Str(c.from);
+    EXPECT_EQ(S_OK, c.op(&tc, 0));
+    EXPECT_EQ(c.to, Str(tc)) << (c.op == inc ? "+1" : "-1") << " type " << c.from.type << " from "
+                             << Str(c.from);
   }
 }
 
