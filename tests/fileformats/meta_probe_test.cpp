@@ -111,11 +111,7 @@ TEST(MetaProbe, UnusualAiffSampleSizes) {
 
 Bytes Wave(WORD tag, WORD align, bool withData = true) {
   Bytes fmt;
-  PutLe(fmt, {tag, 2}, 2);
-  PutLe(fmt, 8000);
-  PutLe(fmt, 32000);
-  PutLe(fmt, align, 2);
-  PutLe(fmt, 16, 2);
+  PutLe(fmt, {tag | 2u << 16, 8000, 32000, align | 16u << 16});
   return Riff("WAVE", Cat({Chunk("fmt ", fmt), withData ? Chunk("data", Bytes(40, 0)) : Bytes()}));
 }
 

@@ -53,18 +53,6 @@ TEST(MetaSummary, ItemsCopyCompare) {
   EXPECT_EQ(0u, t.count);
 }
 
-IStream *StreamOf(const Bytes &b) {
-  HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE, b.size() + 1);
-  memcpy(GlobalLock(h), b.data(), b.size());
-  GlobalUnlock(h);
-  IStream *s = nullptr;
-  CreateStreamOnHGlobal(h, TRUE, &s);
-  ULARGE_INTEGER size = {};
-  size.QuadPart = b.size();
-  s->SetSize(size);
-  return s;
-}
-
 TEST(MetaSummary, StreamForm) {
   Table t;
   KySummary_SetItem(&t, kINAM, "Ab");
@@ -100,7 +88,9 @@ TEST(MetaSummary, StreamForm) {
   PutLe(odd, {8, 3, kINAM, 5, 'A' | 'B' << 16});
   odd.push_back(0x77);
   PutLe(odd, {kIART, 4, 'C'});
-  s = StreamOf(odd);
+  CreateStreamOnHGlobal(nullptr, TRUE, &s);
+  s->Write(odd.data(), (ULONG)odd.size(), nullptr);
+  s->Seek(zero, STREAM_SEEK_SET, nullptr);
   Table u;
   EXPECT_EQ(S_OK, SUMMARYLIST::Create(s, FALSE, &u));
   s->Release();
