@@ -53,8 +53,7 @@ TEST(FrameCount, RoundTripsEachType) {
       {Tc(1, 23, 59, 59, 29), 2591999}, {Tc(5, 0, 10, 0, 0), 18000},
       {Tc(3, 1, 0, 0, 0), 90000},      {Tc(3, 23, 59, 59, 24), 2159999},
       {Tc(4, 0, 1, 0, 0), 1440},       {Tc(4, 23, 59, 59, 23), 2073599},
-      {Tc(2, 0, 1, 0, 2), 1800},       {Tc(2, 0, 10, 0, 0), 17982},
-      {Tc(2, 0, 11, 0, 2), 19782},     {Tc(2, 1, 0, 0, 0), 107892},
+      {Tc(2, 1, 0, 0, 0), 107892},  // the first 20 minutes: DropFrameMatchesReference
   };
   for (const CountCase &c : cases) {
     SCOPED_TRACE("type " + std::to_string(c.tc.type) + " " + Str(c.tc));
