@@ -24,10 +24,8 @@ std::string LocaleText(LCTYPE type, const char *fallback) {
   return GetLocaleInfoA(LOCALE_USER_DEFAULT, type, b, sizeof b) > 1 ? std::string(b) : fallback;
 }
 
+// Integer and floating conversions with flags are checked against snprintf further down.
 TEST(TextFormat, PrintfConversions) {
-  EXPECT_EQ("a 42 b", F("a %d b", 42));
-  EXPECT_EQ("-7|4294967289|fffffff9|FFFFFFF9|37", F("%i|%u|%x|%X|%o", -7, -7, -7, -7, 31));
-  EXPECT_EQ("[   42][42   ][00042][+42][ 42]", F("[%5d][%-5d][%05d][%+d][% d]", 42, 42, 42, 42, 42));
   EXPECT_EQ("[  ab][ab  ][abc]", F("[%*s][%-*s][%.*s]", 4, "ab", 4, "ab", 3, "abcdef"));
   EXPECT_EQ("[ab  ]", F("[%*s]", -4, "ab"));
   EXPECT_EQ("[00ab][ab  ][000x][00wi][    00000012]",
@@ -35,7 +33,7 @@ TEST(TextFormat, PrintfConversions) {
   EXPECT_EQ("[5|abc]", F("[%.*d|%.*s]", -1, 5, -3, "abc"));
   EXPECT_EQ("123456789012345|-1", F("%I64d|%lld", 123456789012345LL, -1LL));
   EXPECT_EQ("-1|65535|255", F("%hd|%hu|%hhu", 0xFFFF, 0xFFFF, 0x1FF));
-  EXPECT_EQ("3.14|2.500000e+00|0.5|1.5", F("%.2f|%e|%g|%Lg", 3.14159, 2.5, 0.5, 1.5));
+  EXPECT_EQ("3.14|1.5", F("%.2f|%Lg", 3.14159, 1.5));
   EXPECT_EQ("x|  y|100%", F("%c|%3c|100%%", 'x', 'y'));
   EXPECT_EQ("wide|W|(null)", F("%S|%lc|%s", L"wide", L'W', static_cast<const char *>(nullptr)));
   EXPECT_EQ("0000BEEF", F("%p", reinterpret_cast<void *>(0xBEEF)));
@@ -132,7 +130,9 @@ TEST(TextFormat, OutputStaysInsideTheBuffer) {
 // specifications (flags, width, precision, conversion).
 TEST(TextFormat, NumericConversionsMatchSnprintf) {
   unsigned seed = 12345;
-  auto next = [&seed] { return seed = seed * 1103515245u + 12345u; };
+  // Built from high halves: the low bits of this generator repeat with short periods.
+  auto half = [&seed] { return (seed = seed * 1103515245u + 12345u) >> 16; };
+  auto next = [&half] { return half() << 16 | half(); };
   const char flags[] = "-+ #0", convs[] = "diuxXo", fconvs[] = "efgEG";
   for (int i = 0; i < 3000; ++i) {
     std::string spec = "%";
