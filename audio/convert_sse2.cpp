@@ -202,41 +202,49 @@ void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   PlainTail(KYSAMPLE_S16, KYSAMPLE_F32, d + blocks * 32, s + blocks * 64, n - blocks * 16, gain);
 }
 
-void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
-  if (n <= 0 || !dstv || !srcv) return;
-  auto *d = static_cast<uint8_t *>(dstv);
-  auto *s = static_cast<const uint8_t *>(srcv);
-  // Sixteen samples per step, written as three 16-byte stores of exactly their 48 bytes.
-  const LONG blocks = n / 16;
-  const bool unity = gain == 1.0f;
-  const __m128 kf = _mm_set1_ps(8388608.0f);
-  const __m128 lo = _mm_set1_ps(-8388608.0f), hi = _mm_set1_ps(8388607.0f);
-  const double k = double(gain) * 8388608.0;
-  const __m128d kd = _mm_set1_pd(k);
-  const __m128d lod = _mm_set1_pd(-8388608.0), hid = _mm_set1_pd(8388607.0);
+// Sixteen samples per step, written as three 16-byte stores of exactly their 48 bytes. The
+// unity and gain loops are separate so that each keeps its constants in registers.
+template <bool kUnity>
+static void F32ToS24Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
   const __m128i absMask = _mm_set1_epi32(0x7FFFFFFF);
-  const __m128i thr = _mm_set1_epi32(DenormalThreshold(unity ? 8388608.0 : k));
-  const __m128i even24 = _mm_set_epi32(0, 0xFFFFFF, 0, 0xFFFFFF);
-  const __m128i odd24 = _mm_set_epi32(0xFFFFFF, 0, 0xFFFFFF, 0);
+  const double k = kUnity ? 8388608.0 : double(gain) * 8388608.0;
+  const __m128i thr = _mm_set1_epi32(DenormalThreshold(k));
   auto convert4 = [&](const uint8_t *p) {
     const __m128 x = LoadSkippingDenormals(p, absMask, thr);
-    if (unity) return TruncClamp4(_mm_mul_ps(x, kf), lo, hi);
+    if (kUnity)
+      return TruncClamp4(_mm_mul_ps(x, _mm_set1_ps(8388608.0f)), _mm_set1_ps(-8388608.0f),
+                         _mm_set1_ps(8388607.0f));
     // A gain makes the product inexact: formed in double as the plain loop does.
+    const __m128d kd = _mm_set1_pd(k), lod = _mm_set1_pd(-8388608.0),
+                  hid = _mm_set1_pd(8388607.0);
     const __m128i a = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(x), kd), lod, hid);
     const __m128i c = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x)), kd), lod, hid);
     return _mm_unpacklo_epi64(a, c);
   };
+  const __m128i even24 = _mm_set_epi32(0, 0xFFFFFF, 0, 0xFFFFFF);
+  const __m128i odd24 = _mm_set_epi32(0xFFFFFF, 0, 0xFFFFFF, 0);
   for (LONG b = 0; b < blocks; ++b) {
     const uint8_t *in = s + b * 64;
-    const __m128i p0 = Pack24(convert4(in), even24, odd24),
-                  p1 = Pack24(convert4(in + 16), even24, odd24);
-    const __m128i p2 = Pack24(convert4(in + 32), even24, odd24),
-                  p3 = Pack24(convert4(in + 48), even24, odd24);
     __m128i *out = reinterpret_cast<__m128i *>(d + b * 48);
+    const __m128i p0 = Pack24(convert4(in), even24, odd24);
+    const __m128i p1 = Pack24(convert4(in + 16), even24, odd24);
     _mm_storeu_si128(out, _mm_or_si128(p0, _mm_slli_si128(p1, 12)));
+    const __m128i p2 = Pack24(convert4(in + 32), even24, odd24);
     _mm_storeu_si128(out + 1, _mm_or_si128(_mm_srli_si128(p1, 4), _mm_slli_si128(p2, 8)));
+    const __m128i p3 = Pack24(convert4(in + 48), even24, odd24);
     _mm_storeu_si128(out + 2, _mm_or_si128(_mm_srli_si128(p2, 8), _mm_slli_si128(p3, 4)));
   }
+}
+
+void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
+  if (n <= 0 || !dstv || !srcv) return;
+  auto *d = static_cast<uint8_t *>(dstv);
+  auto *s = static_cast<const uint8_t *>(srcv);
+  const LONG blocks = n / 16;
+  if (gain == 1.0f)
+    F32ToS24Blocks<true>(d, s, blocks, gain);
+  else
+    F32ToS24Blocks<false>(d, s, blocks, gain);
   PlainTail(KYSAMPLE_S24, KYSAMPLE_F32, d + blocks * 48, s + blocks * 64, n - blocks * 16, gain);
 }
 
