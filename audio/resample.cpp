@@ -230,6 +230,8 @@ HRESULT Reset(tKYRESAMPLEINSTANCE *in, LONG type, LONG srcRate, LONG dstRate, bo
   if (!ValidRatio(newRatio)) return E_INVALIDARG;
   const bool rateChange = newRatio != in->ratio || newInverse != in->inverseRatio ||
                           (ratesGiven && in->phaseDen == 0);
+  // New rates of the same ratio change no coefficients, but they do restart the count.
+  const bool ratesChanged = !haveRatio && (newSrc != in->srcRate || newDst != in->dstRate);
   const bool channelChange = channels > 0 && channels != in->channels;
   if (channelChange && in->history) {
     // New rings first, so that a failed allocation leaves the instance as it was.
@@ -254,7 +256,7 @@ HRESULT Reset(tKYRESAMPLEINSTANCE *in, LONG type, LONG srcRate, LONG dstRate, bo
   UpdateKernelCache(in);
   if (keep) {
     InstallFilter(in, true);
-    if (rateChange) in->srcPos = in->dstPos = 0;
+    if (rateChange || ratesChanged) in->srcPos = in->dstPos = 0;
   } else {
     InstallFilter(in, false);
     RestartStream(in);
@@ -284,7 +286,9 @@ LONG Block(tKYRESAMPLEINSTANCE *in, void *dst, void *src, LONG n) {
   // A null source drains the stream; an empty block does nothing.
   if (!in || !dst || n < 0 || (src && n == 0) || !Runnable(in)) return 0;
   const bool drain = !src;
-  if (!drain && src == dst) return 0;
+  // The engines do nothing on a block converted into itself; an unknown method never reaches
+  // them and reports its count below.
+  if (!drain && src == dst && in->method <= 3) return 0;
   const LONG type = in->sampleType;
   LONG out, used;
   if (in->method > 3) {

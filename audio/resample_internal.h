@@ -33,10 +33,12 @@ inline void AntiAlias(tKYRESAMPLEINSTANCE *in, LONG type, void *data, int channe
   if (in->filter[0].sections > 0 && frames > 0) IirRun(in->filter, type, data, channels, frames);
 }
 
-// True when the anti-alias filter runs over the source block (down-sampling, filter not
-// moved after the conversion by the open flags).
+// True when the anti-alias filter runs over the source block: always when down-sampling,
+// where its cutoff (the output's Nyquist frequency) is set as a fraction of the source
+// rate. Over the output it would come too late to stop the aliasing, and at that rate the
+// cutoff would cut into the pass band.
 inline bool FilterBefore(const tKYRESAMPLEINSTANCE *in) {
-  return in->filter[0].sections > 0 && in->ratio < 1.0 && !in->filterAfter;
+  return in->filter[0].sections > 0 && in->ratio < 1.0;
 }
 
 // The phase of the next output: the fraction phi in 0..1 past the frame floor(t). It

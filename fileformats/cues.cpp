@@ -28,7 +28,7 @@ DWORD Get32(const BYTE *p) {
 
 // Looks up the "labl"/"note" text or the "ltxt" header of a cue id in an "adtl" block held in
 // memory. Returns -1 when not found; for "labl"/"note" the text size (the text is copied,
-// terminated, into `text` and cut to its capacity); for "ltxt" 0, with the 20 header bytes in
+// terminated, into `text` when it fits its capacity); for "ltxt" 0, with the 20 header bytes in
 // `ltxt` (required for that id). Every access stays inside the block, also for a truncated list.
 LONG FindAdtlEntry(const BYTE *block, DWORD blockSize, DWORD wanted, DWORD cueId, char *text,
                    DWORD capacity, BYTE *ltxt) {
@@ -46,11 +46,11 @@ LONG FindAdtlEntry(const BYTE *block, DWORD blockSize, DWORD wanted, DWORD cueId
         if (Get32(data) == cueId) {
           DWORD textSize = size - 4;
           DWORD have = textSize < avail - 4 ? textSize : avail - 4;
-          if (text && capacity) {
-            // A text longer than the buffer is cut to it rather than dropped.
-            DWORD n = have < capacity - 1 ? have : capacity - 1;
-            memcpy(text, data + 4, n);
-            text[n] = 0;
+          // The text is copied only when all of it fits the buffer; a longer one leaves the
+          // buffer empty. What is copied is terminated inside the buffer.
+          if (text && capacity && textSize <= capacity) {
+            memcpy(text, data + 4, have);
+            text[have < capacity ? have : capacity - 1] = 0;
           }
           return (LONG)textSize;
         }

@@ -19,8 +19,9 @@ char *KYAPI KyGetFileNameExtensionPtr(const char *path) {
   const char *dot = strrchr(path, '.');
   if (!dot) return nullptr;
   // "my file.old name" has no extension: a space after the dot means the dot is part of the
-  // name. A separator after it means the dot belongs to a folder name.
-  if (strpbrk(dot + 1, " \\:")) return nullptr;
+  // name. Only the space counts: a dot in a folder name (C:\v1.2\take) still starts the
+  // extension.
+  if (strchr(dot + 1, ' ')) return nullptr;
   return const_cast<char *>(dot);
 }
 

@@ -18,8 +18,18 @@ constexpr size_t kStackMove = 512;
 bool IsArray(HKYLIST l) { return (l->options & KYLIST_ARRAY) != 0; }
 bool IsHeap(HKYLIST l) { return (l->options & KYLIST_HEAPITEMS) != 0; }
 
-// Rounds a slot count up to whole growth steps.
-LONG RoundToSteps(LONG slots, LONG step) { return ((slots + step - 1) / step) * step; }
+// Rounds a slot count up to whole growth steps (in 64 bits: counts near the top of the
+// 32-bit range must not wrap).
+LONGLONG RoundToSteps(LONGLONG slots, LONG step) { return ((slots + step - 1) / step) * step; }
+
+// Bytes of a block of `slots` slots (never less than one slot), or 0 when the slot count or
+// the byte size does not fit: such a request is answered as an allocation failure instead of
+// allocating a wrapped-around, too small block.
+SIZE_T BlockBytes(LONGLONG slots, ULONG slotSize) {
+  if (slots > 0x7FFFFFFF) return 0;
+  ULONGLONG bytes = static_cast<ULONGLONG>(slots > 1 ? slots : 1) * slotSize;
+  return bytes > 0x7FFFFFFF ? 0 : static_cast<SIZE_T>(bytes);
+}
 
 BYTE *SlotAt(HKYLIST l, LONG i) { return l->items + static_cast<size_t>(i) * l->slotSize; }
 void *&PointerAt(HKYLIST l, LONG i) { return *reinterpret_cast<void **>(SlotAt(l, i)); }
@@ -107,8 +117,9 @@ LONG ItemSize(HKYLIST l, void *p) {
 // ---- the slot block ----
 // Reallocates the block to hold `slots` slots (never less than one slot's bytes). New slots
 // are zero. On failure the block, items and allocated stay as they were.
-HRESULT ResizeBlock(HKYLIST l, LONG slots) {
-  SIZE_T bytes = static_cast<SIZE_T>(slots > 1 ? slots : 1) * l->slotSize;
+HRESULT ResizeBlock(HKYLIST l, LONGLONG slots) {
+  SIZE_T bytes = BlockBytes(slots, l->slotSize);
+  if (!bytes) return E_OUTOFMEMORY;
   HGLOBAL h = GlobalHandle(l->items);
   GlobalUnlock(h);
   HGLOBAL nh = GlobalReAlloc(h, bytes, GMEM_ZEROINIT);
@@ -117,7 +128,7 @@ HRESULT ResizeBlock(HKYLIST l, LONG slots) {
     return E_OUTOFMEMORY;
   }
   l->items = static_cast<BYTE *>(GlobalLock(nh));
-  l->allocated = slots;
+  l->allocated = static_cast<LONG>(slots);
   return S_OK;
 }
 
@@ -129,7 +140,7 @@ HRESULT Grow(HKYLIST l, LONG slots) {
 HRESULT Shrink(HKYLIST l, LONG slots) {
   LONG freeSlots = l->allocated - l->count;
   if (slots < 0) slots = freeSlots;
-  LONG reduction = RoundToSteps(slots, l->growth);
+  LONGLONG reduction = RoundToSteps(slots, l->growth);
   if (reduction > freeSlots) reduction -= l->growth;
   // A request far beyond the free slots would otherwise cut into the items.
   if (reduction > freeSlots) reduction = freeSlots;
@@ -139,6 +150,7 @@ HRESULT Shrink(HKYLIST l, LONG slots) {
 
 HRESULT Insert(HKYLIST l, LONG index, const void *items, LONG count) {
   if (items) {
+    if (count == -0x7FFFFFFF - 1) return E_OUTOFMEMORY;  // a run no block can hold
     if (count < 0)
       count = -count;
     else if (IsHeap(l))
@@ -149,15 +161,37 @@ HRESULT Insert(HKYLIST l, LONG index, const void *items, LONG count) {
     count = 1;
   }
   if (index < 0 || index >= l->count) index = l->count;
-  // Only a full list grows; callers inserting long runs grow the list first.
-  if (l->allocated <= l->count) {
-    HRESULT hr = Grow(l, count);
-    if (FAILED(hr)) return hr;
+  // Items taken from this list's own slots would move with the growth or the shift below:
+  // copy them aside first.
+  void *copy = nullptr;
+  const BYTE *block = l->items;
+  const size_t blockBytes = static_cast<size_t>(l->allocated) * l->slotSize;
+  if (static_cast<const BYTE *>(items) >= block &&
+      static_cast<const BYTE *>(items) < block + blockBytes) {
+    const size_t within = static_cast<size_t>(block + blockBytes - static_cast<const BYTE *>(items));
+    if (static_cast<ULONGLONG>(count) * l->slotSize > within) return E_INVALIDARG;
+    copy = malloc(static_cast<size_t>(count) * l->slotSize);
+    if (!copy) return E_OUTOFMEMORY;
+    memcpy(copy, items, static_cast<size_t>(count) * l->slotSize);
+    items = copy;
+  }
+  // Only a full list grows, by the run rounded up to whole steps; callers inserting long
+  // runs grow the list first. A run longer than the free slots of a list that is not full
+  // would otherwise be written past the block, so that list grows by the shortfall (in
+  // whole steps) instead.
+  LONG freeSlots = l->allocated - l->count;
+  if (freeSlots <= 0 || count > freeSlots) {
+    HRESULT hr = Grow(l, freeSlots <= 0 ? count : count - freeSlots);
+    if (FAILED(hr)) {
+      free(copy);
+      return hr;
+    }
   }
   size_t bytes = static_cast<size_t>(count) * l->slotSize;
   memmove(SlotAt(l, index) + bytes, SlotAt(l, index),
           static_cast<size_t>(l->count - index) * l->slotSize);
   memcpy(SlotAt(l, index), items, bytes);
+  free(copy);
   l->pendingItem = nullptr;
   l->count += count;
   return S_OK;
@@ -275,9 +309,10 @@ extern "C" HRESULT WINAPI KyList_CreateExZ(HKYLIST *out, LONG itemSize, LONG ini
     if (growth < kMinGrowth) growth = kMinGrowth;
     if (growth > kMaxGrowth) growth = kMaxGrowth;
     l->growth = growth;
-    l->allocated = RoundToSteps(initialSlots, growth);
-    HGLOBAL h = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT,
-                            static_cast<SIZE_T>(l->allocated) * l->slotSize);
+    const LONGLONG slots = RoundToSteps(initialSlots, growth);
+    const SIZE_T bytes = BlockBytes(slots, l->slotSize);
+    l->allocated = static_cast<LONG>(slots);
+    HGLOBAL h = bytes ? GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, bytes) : nullptr;
     l->items = h ? static_cast<BYTE *>(GlobalLock(h)) : nullptr;
     if (!l->items) {
       if (h) GlobalFree(h);
@@ -374,7 +409,9 @@ extern "C" HRESULT WINAPI KyList_MoveRange(HKYLIST l, LONG from, LONG to, LONG c
     if (from < 0) return E_INVALIDARG;
     if (to < 0) to = 0;
     if (count < 0) count = l->count - (from > to ? from : to);
-    if (from + count > l->count || to + count > l->count) return E_FAIL;
+    if (static_cast<LONGLONG>(from) + count > l->count ||
+        static_cast<LONGLONG>(to) + count > l->count)
+      return E_FAIL;
     if (count < 1 || from == to) return S_OK;
     size_t ss = l->slotSize;
     size_t bytes = static_cast<size_t>(count) * ss;
@@ -483,7 +520,7 @@ extern "C" HRESULT WINAPI KyList_MoveItemsBetweenHeapLists(HKYLIST dst, LONG dst
       if (dstIndex < 0 || dstIndex > dst->count) dstIndex = dst->count;
       if (count < 0) count = src->count;
       if (count == 0) return S_OK;
-      if (srcIndex < 0 || srcIndex + count > src->count) return E_FAIL;
+      if (srcIndex < 0 || static_cast<LONGLONG>(srcIndex) + count > src->count) return E_FAIL;
       // Without its heap flag the source gives up the pointers instead of freeing them.
       src->options &= ~KYLIST_HEAPITEMS;
       HRESULT hr = S_OK;
@@ -580,6 +617,9 @@ extern "C" HRESULT WINAPI KyList_SortTo(HKYLIST dst, HKYLIST src, LONG criteria,
                                         KyListCompareProc compare) {
   if (!dst) return E_POINTER;
   return WithListHr(src, [&]() -> HRESULT {
+    // Sorting a list into itself would never reach the end of the growing source, and a
+    // destination with wider slots would read past the source's slots: both are refused.
+    if (dst == src || dst->slotSize > src->slotSize) return E_INVALIDARG;
     dst->sortCriteria = criteria;
     for (LONG i = 0; i < src->count; ++i) {
       LONG at = KyList_FindSortedInsertIndexRange(dst, ItemAt(src, i), 0, -1, compare);

@@ -9,8 +9,8 @@ KY_BEGIN_DECLS
  * it has neither). Points into `path`; null only for a null path. */
 KY_IMPORT char *KYAPI KyGetFileNamePtr(const char *path);
 /* The extension of a path, from its last '.' on, or null when it has none. A dot is not an
- * extension when the text after it contains a space ("my file.old name") or a colon or
- * backslash (a dot in a folder name, "C:\v1.2\take"). Points into `path`. */
+ * extension when the text after it contains a space ("my file.old name"); nothing else is
+ * tested, so in "C:\v1.2\take" the extension is ".2\take". Points into `path`. */
 KY_IMPORT char *KYAPI KyGetFileNameExtensionPtr(const char *path);
 KY_END_DECLS
 

@@ -84,8 +84,8 @@ KY_CHECK_OFFSET(tKYIIRSTATE, history, 128);
 #define KYRESAMPLE_USERMASK     0x0F00 /* kept as given for the caller */
 #define KYRESAMPLE_COUNTADJUST  0x1000 /* source position counts one frame less per block
                                           when up-sampling */
-#define KYRESAMPLE_FILTERAFTER  0x2000 /* anti-alias filter always over the output, so the
-                                          caller's source is never modified */
+#define KYRESAMPLE_FILTERAFTER  0x2000 /* stored in filterAfter for the caller; the
+                                          filter's place follows the ratio alone */
 
 typedef struct tKYRESAMPLEINSTANCE {
   KYSAMPLETYPE sampleType;  /* type of both buffers */
@@ -192,9 +192,9 @@ KY_IMPORT HRESULT KYAPI KyAudio_ResampleClose(HKYRESAMPLE h);
 /* Converts one block of srcFrames frames and returns the frames written to dst. dst must
  * hold ceil(srcFrames x ratio) + 2 frames (ceil(13 x ratio) + 2 for a drain: src null).
  * When down-sampling with the anti-alias filter, the filter runs over the
- * source block in place (the caller's data changes) unless KYRESAMPLE_FILTERAFTER was
- * given. A method above 3 writes nothing and returns srcFrames. 0 for a null handle or
- * destination, an empty block, or when dst and src are the same memory. */
+ * source block in place (the caller's data changes, which saves a copy of every block).
+ * A method above 3 writes nothing and returns srcFrames. 0 for a null handle or
+ * destination, an empty block, or (methods 0 to 3) when dst and src are the same memory. */
 KY_IMPORT LONG KYAPI KyAudio_ResampleEx(HKYRESAMPLE h, void *dst, void *src, LONG srcFrames);
 /* The sinc engine on its own: at most dstFrames frames from srcFrames source frames, with
  * the instance's rings, phase and filter. Returns the frames written; 0 for types other than

@@ -82,12 +82,6 @@ KY_IMPORT HRESULT KYAPI KYSMPTE_NanoToSMPTE(LONGLONG mediaTime, _smpteval *tc);
  * fraction of a 100-ns unit rounds up. Returns 0 for a null pointer. */
 KY_IMPORT LONGLONG KYAPI KYSMPTE_SMPTEToNanos(const _smpteval *tc);
 
-/* Media time of the fields read as a plain count at the given rate, without drop-frame
- * correction and ignoring the type: ((h x 60 + m) x 60 + s) x rate + frames, divided by the
- * rate, x 1e7 + 0.999, truncated. Returns 0 for a null pointer or a rate that is not a
- * positive finite number; results beyond the 64-bit range saturate. */
-KY_IMPORT LONGLONG KYAPI KYSMPTE_SmpteLikeToNanos(double rate, const _smpteval *tc);
-
 /* Parses time-code text into tc, keeping tc->type. Accepted syntax:
  *   [blanks] [[[hh :] mm :] ss SEP] ff [blanks]
  * each field one or two decimal digits, fields read from the right (a single number is
@@ -100,5 +94,14 @@ KY_IMPORT LONGLONG KYAPI KYSMPTE_SmpteLikeToNanos(double rate, const _smpteval *
  * argument. On failure tc is left unchanged. */
 KY_IMPORT HRESULT KYAPI KYSMPTE_TextToSMPTE(const char *text, _smpteval *tc);
 KY_END_DECLS
+
+/* Media time of the fields read as a plain count at the given rate, without drop-frame
+ * correction and ignoring the type: ((h x 60 + m) x 60 + s) x rate + frames, divided by the
+ * rate, x 1e7 + 0.999, truncated. Returns 0 for a null pointer or a rate that is not a
+ * positive finite number; results beyond the 64-bit range saturate.
+ * Exported twice, like every export that takes a floating-point rate: C++ clients bind to its
+ * C++ decorated name, C clients to the plain stdcall name; both are the same function.
+ * Declared after the C block on purpose: in C++ this is the decorated function. */
+KY_IMPORT LONGLONG KYAPI KYSMPTE_SmpteLikeToNanos(double rate, const _smpteval *tc);
 
 #endif

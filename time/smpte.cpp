@@ -98,7 +98,10 @@ void SetFromFrameCount(_smpteval &tc, ULONG count) {
   v %= perMinute;
   tc.seconds = v / fps;
   tc.frames = v % fps;
-  if (drop && IsMissingDropLabel(tc.minutes, tc.seconds, tc.frames)) tc.frames = 2;
+  // Only a real drop-frame value moves off a missing label; other types converted as drop
+  // frame keep the label the wrap gives them.
+  if (tc.type == KYSMPTE_TYPE_2997_DROP && IsMissingDropLabel(tc.minutes, tc.seconds, tc.frames))
+    tc.frames = 2;
 }
 
 // Frame count d reduced into the day: negative values count back from its end, so a whole
@@ -257,12 +260,20 @@ extern "C" LONGLONG WINAPI KYSMPTE_SMPTEToNanos(const _smpteval *tc) {
   });
 }
 
-extern "C" LONGLONG WINAPI KYSMPTE_SmpteLikeToNanos(double rate, const _smpteval *tc) {
+LONGLONG WINAPI KYSMPTE_SmpteLikeToNanos(double rate, const _smpteval *tc) {
   return ky::Guard<LONGLONG>(0, [&]() -> LONGLONG {
     if (!tc || !std::isfinite(rate) || rate <= 0) return 0;
     double t = (static_cast<double>(tc->hours) * 60 + tc->minutes) * 60 + tc->seconds;
     return CountToMediaTime(t * rate + tc->frames, rate);
   });
+}
+
+// The same function under its plain stdcall name for C clients (the C++ one above keeps its
+// decorated export): the assembler label gives it the symbol of a C stdcall function.
+extern "C" LONGLONG WINAPI KYSMPTE_SmpteLikeToNanosPlain(double rate, const _smpteval *tc)
+    __asm__("_KYSMPTE_SmpteLikeToNanos@12");
+extern "C" LONGLONG WINAPI KYSMPTE_SmpteLikeToNanosPlain(double rate, const _smpteval *tc) {
+  return KYSMPTE_SmpteLikeToNanos(rate, tc);
 }
 
 extern "C" HRESULT WINAPI KYSMPTE_TextToSMPTE(const char *text, _smpteval *tc) {

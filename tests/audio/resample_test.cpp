@@ -476,15 +476,23 @@ TEST(Resample, AntiAliasFilterLowersAliasing) {
          none, 20 * log10(order2 / none), 20 * log10(order6 / none));
 }
 
+// Down-sampling filters the caller's source in place, whatever flag 0x2000 says (it is only
+// stored): the output is the same with and without it.
 TEST(Resample, SincChangesTheSourceOnlyWhenFilteringBefore) {
   std::vector<float> x(2000);
   for (size_t i = 0; i < x.size(); ++i) x[i] = static_cast<float>(sin(i * 2.5));
-  std::vector<float> out(2000);
-  for (WORD f : {0x0023, 0x2023}) {
+  std::vector<float> out(2000), first;
+  for (WORD f : {0x0023, 0x2023, 0x0003}) {
     Resampler r(kF32, 48000, 32000, 1, f);
     std::vector<float> src = x;
-    EXPECT_GT(KyAudio_ResampleEx(r.h, out.data(), src.data(), 2000), 1300);
-    EXPECT_EQ(f == 0x0023, src != x) << f;
+    const LONG n = KyAudio_ResampleEx(r.h, out.data(), src.data(), 2000);
+    EXPECT_GT(n, 1300);
+    EXPECT_EQ(f != 0x0003, src != x) << f;
+    if (first.empty()) {
+      first.assign(out.begin(), out.begin() + n);
+    } else if (f == 0x2023) {
+      EXPECT_TRUE(std::equal(first.begin(), first.end(), out.begin()));
+    }
     EXPECT_EQ(0, KyAudio_ResampleEx(r.h, src.data(), src.data(), 2000));  // same memory
   }
 }
@@ -512,7 +520,12 @@ TEST(Resample, ResetKeepsOrRestartsTheStream) {
   Resampler mono(kF64, 44100, 48000, 1, 0x23);
   const std::vector<double> m = Noise(900, 4);
   EXPECT_EQ(Stream(mono.h, Bytes(m), 8), Stream(r.h, Bytes(m), 8));
-  // A rate change re-designs the filter and zeroes the positions.
+  // A rate change re-designs the filter and zeroes the positions (also new rates of the
+  // same ratio).
+  ASSERT_NE(0, KyAudio_ResampleGetSrcPos(r.h));
+  ASSERT_EQ(S_OK, KyAudio_ResampleReset(r.h, 0, 88200, 96000, 0, TRUE));
+  EXPECT_EQ(0, KyAudio_ResampleGetSrcPos(r.h));
+  EXPECT_EQ(96000, r.h->dstRate);
   ASSERT_EQ(S_OK, KyAudio_ResampleReset(r.h, 0, 48000, 24000, 0, TRUE));
   EXPECT_DOUBLE_EQ(0.5, r.h->ratio);
   EXPECT_EQ(0, KyAudio_ResampleGetDstPos(r.h));
@@ -565,6 +578,7 @@ TEST(Resample, PositionsAndMappings) {
   // A method above 3 writes nothing and reports the requested count.
   ASSERT_EQ(S_OK, KyAudio_ResampleOpen(&h, kF32, 24000, 48000, 1, 0x0005));
   EXPECT_EQ(300, KyAudio_ResampleEx(h, up, buf, 300));
+  EXPECT_EQ(300, KyAudio_ResampleEx(h, up, up, 300));  // also into the same memory
   EXPECT_EQ(0, KyAudio_ResampleEx(nullptr, up, buf, 300));
   KyAudio_ResampleClose(h);
   // Fields a caller damaged: nothing runs.

@@ -64,10 +64,11 @@ TEST(MetaCues, IndependentWriters) {
        {{0, 0, 0, L"Start"}, {2500000, 0, 0, L"Verse one"}, {5000000, 2500000, 1, L"Chorus"}}},
       // A truncated "adtl" cannot be loaded: no names, no regions.
       {"dmg_adtl_trunc.wav", 44100, {{0, 0, 0, L""}, {2500000, 0, 0, L""}, {5000000, 0, 0, L""}}},
-      // Labels without terminators, one of 3000 bytes (cut), one too short for its cue id
-      // (it ends the search for those after it), and an "ltxt" shorter than its header.
+      // Labels without terminators, one of 3000 bytes (too long for the name buffer: not
+      // copied), one too short for its cue id (it ends the search for those after it), and an
+      // "ltxt" shorter than its header.
       {"dmg_labels.wav", 8000,
-       {{12500, 0, 0, L"ABCDE"}, {25000, 0, 0, std::wstring(1023, L'X')}, {37500, 0, 0, L""},
+       {{12500, 0, 0, L"ABCDE"}, {25000, 0, 0, L""}, {37500, 0, 0, L""},
         {50000, 0, 0, L""}}},
   };
   for (const auto &c : cases) {
@@ -100,7 +101,9 @@ TEST(MetaCues, RoundingLookupsAndFailures) {
   ltxt.resize(16, 0);
   const Bytes adtl = ListChunk("adtl", Cat({Adtl("ltxt", 3, ltxt), Adtl("labl", 3, {'3', 0}),
                                             Adtl("note", 2, {'n', 0}),
-                                            Adtl("labl", 2, {'c', 'a', 'f', 0xE9, 0})}));
+                                            Adtl("labl", 2, {'c', 'a', 'f', 0xE9, 0}),
+                                            // fills the name buffer exactly: kept, terminated
+                                            Adtl("labl", 4, Bytes(1024, 'Y'))}));
   File f("cues.wav", Riff("WAVE", Cat({CueChunk({{1, 1}, {2, 44100}, {3, 3}, {4, 0xFFFFFFFF}}),
                                        adtl})));
   std::vector<Cue> got;
@@ -108,7 +111,7 @@ TEST(MetaCues, RoundingLookupsAndFailures) {
   EXPECT_EQ((std::vector<Cue>{{227, 0, 0, L""},  // 226.76 + 0.5, truncated
                               {10000000, 0, 0, L"caf\u00E9"},
                               {680, 5000000, 1, L"3"},  // a label after its "ltxt"
-                              {973915486395LL, 0, 0, L""}}),
+                              {973915486395LL, 0, 0, std::wstring(1023, L'Y')}}),
             got);
 
   // Size and count claiming more points than the file holds: those there are kept and the

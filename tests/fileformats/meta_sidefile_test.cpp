@@ -19,7 +19,8 @@ TEST(MetaSideFile, PathsAndNames) {
       {"C:take.wav", 2, 6, "C:take.KYL", "C:take.wav.KYL"},
       {"C:\\media\\my file.old name", 9, -1, "C:\\media\\my file.old name.KYL", nullptr},
       {"C:\\media\\my file.wav", 9, 16, "C:\\media\\my file.KYL", nullptr},
-      {"C:\\v1.2\\take", 8, -1, "C:\\v1.2\\take.KYL", nullptr},  // a dot in a folder name
+      // The last dot starts the extension even in a folder name; only a space after it counts.
+      {"C:\\v1.2\\take", 8, 5, "C:\\v1.KYL", "C:\\v1.2\\take.KYL"},
       {"a.b.c", 0, 3, "a.b.KYL", "a.b.c.KYL"},
       {"", 0, -1, ".KYL", ".KYL"},
   };

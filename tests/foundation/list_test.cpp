@@ -132,15 +132,21 @@ TEST(ListCreate, NullListHandling) {
 
 // ---- growth and shrink ----
 TEST(ListGrowth, OnlyAFullListGrowsByWholeSteps) {
-  struct { LONG inserted, added; } cases[] = {{1, 16}, {20, 32}, {16, 16}, {17, 32}};
+  // prefilled 16 = full; the others have free slots: a run that fits adds none, a longer
+  // one adds only its shortfall in whole steps, and the earlier items stay intact.
+  struct { LONG prefilled, inserted, added; } cases[] = {
+      {16, 1, 16}, {16, 20, 32}, {16, 16, 16}, {16, 17, 32},
+      {10, 6, 0},  {10, 20, 16}, {10, 40, 48}};
   for (auto c : cases) {
     List l(4, 16, 16, KYLIST_ARRAY);
-    std::vector<LONG> run(40, 7);
-    ASSERT_EQ(S_OK, KyList_InsertList(l, -1, run.data(), 16));  // fills the free slots
+    std::vector<LONG> run(64, 7);
+    for (LONG i = 0; i < c.prefilled; ++i) run[i] = i;
+    ASSERT_EQ(S_OK, KyList_InsertList(l, -1, run.data(), c.prefilled));
     ASSERT_EQ(16, l->allocated);
-    ASSERT_EQ(S_OK, KyList_InsertList(l, -1, run.data(), c.inserted));
-    EXPECT_EQ(16 + c.added, l->allocated) << c.inserted;
-    EXPECT_EQ(16 + c.inserted, l->count);
+    ASSERT_EQ(S_OK, KyList_InsertList(l, 0, run.data() + 20, c.inserted));
+    EXPECT_EQ(16 + c.added, l->allocated) << c.prefilled << "+" << c.inserted;
+    EXPECT_EQ(c.prefilled + c.inserted, l->count);
+    EXPECT_EQ(c.prefilled - 1, Ints(l)[l->count - 1]);
   }
 }
 
@@ -151,6 +157,29 @@ TEST(ListGrowth, GrowAddsZeroedSlotsInSteps) {
   EXPECT_EQ(S_OK, KyList_GrowAllocated(l, -5));
   EXPECT_EQ(48, l->allocated);
   for (LONG i = 0; i < 48; ++i) EXPECT_EQ(0, Ints(l)[i]);
+}
+
+// Sizes whose byte count passes 32 bits must fail, not wrap into a tiny block; ranges whose
+// end passes 32 bits must be refused, not wrap into a "valid" one.
+TEST(ListGrowth, SizesAndRangesBeyond32BitsFailCleanly) {
+  HKYLIST bad = reinterpret_cast<HKYLIST>(1);
+  EXPECT_EQ(E_OUTOFMEMORY, KyList_CreateExZ(&bad, 4, 0x40000001, 16, KYLIST_ARRAY, 0, 0, 0));
+  EXPECT_EQ(nullptr, bad);
+  EXPECT_EQ(E_OUTOFMEMORY, KyList_CreateExZ(&bad, 0x10000004, 16, 16, KYLIST_ARRAY, 0, 0, 0));
+  EXPECT_EQ(nullptr, bad);
+  List l(4, 16, 16, KYLIST_ARRAY);
+  Append(l, {1, 2, 3});
+  EXPECT_EQ(E_OUTOFMEMORY, KyList_GrowAllocated(l, 0x7FFFFFF0));
+  EXPECT_EQ(E_OUTOFMEMORY, KyList_ArrayForceItemCount(l, 0x40000000, FALSE));
+  EXPECT_EQ(16, l->allocated);
+  EXPECT_EQ(3, l->count);
+  EXPECT_EQ(E_FAIL, KyList_MoveRange(l, 1, 2, 0x7FFFFFFF));
+  EXPECT_EQ((std::vector<LONG>{1, 2, 3}), Contents(l));
+  List src(0, 0, 0, KYLIST_HEAPITEMS), dst(0, 0, 0, KYLIST_HEAPITEMS);
+  for (LONG v = 0; v < 3; ++v) KyList_AllocAndInsertItem(src, &v, 4, -1, nullptr);
+  EXPECT_EQ(E_FAIL, KyList_MoveItemsBetweenHeapLists(dst, 0, src, 1, 0x7FFFFFFF));
+  EXPECT_EQ(3, src->count);
+  EXPECT_EQ(0, dst->count);
 }
 
 TEST(ListShrink, RoundsToStepsButKeepsItems) {
@@ -187,6 +216,13 @@ TEST(ListInsert, IndexPlacementAndHeapRefusal) {
   EXPECT_EQ(S_OK, KyList_InsertList(l, 99, &v, -1));  // negative count: that many items
   EXPECT_EQ((std::vector<LONG>{1, 9, 2, 3, 9}), Contents(l));
   EXPECT_EQ(E_FAIL, KyList_InsertList(l, 0, nullptr, -1));  // no pending item
+  // Items taken from the list's own slots: before the shift, and before a growth moves them.
+  EXPECT_EQ(S_OK, KyList_InsertList(l, 0, Ints(l) + 1, 2));
+  ASSERT_EQ(S_OK, KyList_ArrayForceItemCount(l, l->allocated, FALSE));
+  Ints(l)[l->count - 1] = 77;
+  EXPECT_EQ(S_OK, KyList_InsertList(l, 1, Ints(l) + l->count - 1, 1));
+  EXPECT_EQ((std::vector<LONG>{9, 77, 2, 1, 9, 2, 3, 9}),
+            std::vector<LONG>(Ints(l), Ints(l) + 8));
   List h(0, 0, 0, KYLIST_HEAPITEMS);
   void *p = calloc(1, 8);
   EXPECT_EQ(E_FAIL, KyList_InsertList(h, 0, &p, 1));
@@ -374,6 +410,11 @@ TEST(ListSort, SortToInsertsInOrder) {
   KyList_AllocAndInsertItem(hs, nullptr, 4, -1, nullptr);
   EXPECT_EQ(S_OK, KyList_SortTo(hd, hs, 0, CompareInts));  // refused insertions are ignored
   EXPECT_EQ(0, hd->count);
+  List wide(16, 0, 0, KYLIST_ARRAY);
+  EXPECT_EQ(E_INVALIDARG, KyList_SortTo(wide, src, 0, CompareInts));  // slots wider than src's
+  EXPECT_EQ(E_INVALIDARG, KyList_SortTo(src, src, 0, CompareInts));
+  EXPECT_EQ(0, wide->count);
+  EXPECT_EQ(5, src->count);
 }
 
 // ---- searches ----

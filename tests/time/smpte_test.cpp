@@ -106,6 +106,10 @@ TEST(FrameCount, OtherTypesCountZeroAndConvertAsDropFrame) {
   EXPECT_EQ(0u, KYSMPTE_SMPTEToFrameCount(&zero));
   EXPECT_EQ("0:01:00:02", Str(FromCount(7, 1800)));
   EXPECT_EQ("0:10:00:00", Str(FromCount(-1, 17982)));
+  // The shortened day wraps this count onto the missing label 00:01:00;00: only type 2 moves
+  // it to frame 2.
+  EXPECT_EQ("0:01:00:02", Str(FromCount(2, 2588615)));
+  EXPECT_EQ("0:01:00:00", Str(FromCount(7, 2588615)));
 }
 
 TEST(FrameCount, DropFrameMatchesStepwiseLabelsForTwentyMinutes) {
@@ -310,6 +314,14 @@ TEST(SmpteLikeToNanos, PlainCountAtTheGivenRate) {
   EXPECT_EQ(1001, KYSMPTE_SmpteLikeToNanos(1e7 / 1000.002, &oneFrame));
   EXPECT_EQ(0, KYSMPTE_SmpteLikeToNanos(0.0, &oneFrame));
   EXPECT_EQ(0, KYSMPTE_SmpteLikeToNanos(-25.0, &oneFrame));
+  // C++ callers reach the decorated export; C callers the plain stdcall names.
+  typedef LONGLONG(WINAPI * Plain)(double, const _smpteval *);
+  for (const char *name : {"KYSMPTE_SmpteLikeToNanos", "_KYSMPTE_SmpteLikeToNanos@12",
+                           "_Z24KYSMPTE_SmpteLikeToNanosdPK9_smpteval"}) {
+    Plain f = kytest::Export<Plain>(name);
+    ASSERT_NE(nullptr, f) << name;
+    EXPECT_EQ(333667, f(30000.0 / 1001, &oneFrame)) << name;
+  }
 }
 
 // ---- KYSMPTE_TextToSMPTE ----
