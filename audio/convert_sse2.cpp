@@ -210,10 +210,19 @@ static void F32ToS24Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain
   const double k = kUnity ? 8388608.0 : double(gain) * 8388608.0;
   const __m128i thr = _mm_set1_epi32(DenormalThreshold(k));
   auto convert4 = [&](const uint8_t *p) {
+    if (kUnity) {
+      // Denormal and NaN lanes are both zeroed in the integer domain; the product of the
+      // rest by 2^23 is never NaN, so no ordered compare is needed after the multiply.
+      const __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+      const __m128i mag = _mm_and_si128(bits, absMask);
+      const __m128i keep = _mm_andnot_si128(_mm_cmpgt_epi32(mag, _mm_set1_epi32(0x7F800000)),
+                                            _mm_cmpgt_epi32(mag, thr));
+      const __m128 y = _mm_mul_ps(_mm_castsi128_ps(_mm_and_si128(bits, keep)),
+                                  _mm_set1_ps(8388608.0f));
+      return _mm_cvttps_epi32(
+          _mm_min_ps(_mm_max_ps(y, _mm_set1_ps(-8388608.0f)), _mm_set1_ps(8388607.0f)));
+    }
     const __m128 x = LoadSkippingDenormals(p, absMask, thr);
-    if (kUnity)
-      return TruncClamp4(_mm_mul_ps(x, _mm_set1_ps(8388608.0f)), _mm_set1_ps(-8388608.0f),
-                         _mm_set1_ps(8388607.0f));
     // A gain makes the product inexact: formed in double as the plain loop does.
     const __m128d kd = _mm_set1_pd(k), lod = _mm_set1_pd(-8388608.0),
                   hid = _mm_set1_pd(8388607.0);
