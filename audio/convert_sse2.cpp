@@ -101,14 +101,14 @@ void WINAPI S16ToF32Sse2Aligned(void *dstv, const void *srcv, LONG n, float gain
 
 namespace {
 
-// Four packed 24-bit samples (bytes 0-11 of r) -> four 32-bit words holding each sample in
-// their top three bytes (low byte 0). The 64-bit lanes get samples 0-1 and 2-3 in their low
-// six bytes; the first word of a lane is then the lane shifted left by 8 within 32 bits, the
-// second the lane shifted left by 16 within 64 bits with the neighbour's byte masked off.
-inline __m128i Unpack24(__m128i r, __m128i firstWord, __m128i secondWord) {
-  const __m128i x = _mm_unpacklo_epi64(r, _mm_srli_si128(r, 6));
-  return _mm_or_si128(_mm_and_si128(_mm_slli_epi32(x, 8), firstWord),
-                      _mm_and_si128(_mm_slli_epi64(x, 16), secondWord));
+// Four packed 24-bit samples in bytes 1-12 of q (byte 0 is ignored) -> four 32-bit words
+// holding each sample in their top three bytes (low byte 0). The 64-bit lanes take bytes
+// 0-7 and 6-13, so each lane's first word is already in place and its second is the lane
+// shifted left by one byte; masking clears the stray low bytes.
+inline __m128i Unpack24(__m128i q, __m128i firstWord, __m128i secondWord) {
+  const __m128i x = _mm_unpacklo_epi64(q, _mm_srli_si128(q, 6));
+  return _mm_or_si128(_mm_and_si128(x, firstWord),
+                      _mm_and_si128(_mm_slli_epi64(x, 8), secondWord));
 }
 
 // Four int32 lanes -> their low three bytes packed into bytes 0-11, bytes 12-15 zero.
@@ -135,6 +135,33 @@ inline __m128 LoadSkippingDenormals(const void *p, __m128i absMask, __m128i thre
 
 } // namespace
 
+template <bool kUnity>
+static void S24ToF32Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
+  const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
+  const __m128 g = _mm_set1_ps(gain);
+  const __m128i w0 = _mm_set_epi32(0, -256, 0, -256), w1 = _mm_set_epi32(-256, 0, -256, 0);
+  auto convert4 = [&](__m128i q) {
+    const __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(Unpack24(q, w0, w1)), scale);
+    return kUnity ? f : _mm_mul_ps(f, g);
+  };
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128i *in = reinterpret_cast<const __m128i *>(s + b * 48);
+    // All loads come before the stores: in place, this block's output covers its input.
+    const __m128i r0 = _mm_loadu_si128(in), r1 = _mm_loadu_si128(in + 1),
+                  r2 = _mm_loadu_si128(in + 2);
+    // Each group of four samples, one byte up (the byte below them is ignored).
+    const __m128 f0 = convert4(_mm_slli_si128(r0, 1));
+    const __m128 f1 = convert4(_mm_or_si128(_mm_srli_si128(r0, 11), _mm_slli_si128(r1, 5)));
+    const __m128 f2 = convert4(_mm_or_si128(_mm_srli_si128(r1, 7), _mm_slli_si128(r2, 9)));
+    const __m128 f3 = convert4(_mm_srli_si128(r2, 3));
+    float *out = reinterpret_cast<float *>(d + b * 64);
+    _mm_storeu_ps(out, f0);
+    _mm_storeu_ps(out + 4, f1);
+    _mm_storeu_ps(out + 8, f2);
+    _mm_storeu_ps(out + 12, f3);
+  }
+}
+
 void WINAPI S24ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
@@ -142,35 +169,10 @@ void WINAPI S24ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   // Sixteen samples per step: three 16-byte loads of exactly their 48 bytes, four stores.
   const LONG blocks = n / 16;
   PlainTail(KYSAMPLE_F32, KYSAMPLE_S24, d + blocks * 64, s + blocks * 48, n - blocks * 16, gain);
-  const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
-  const __m128 g = _mm_set1_ps(gain);
-  const bool unity = gain == 1.0f;
-  const __m128i w0 = _mm_set_epi32(0, -1, 0, -1), w1 = _mm_set_epi32(-256, 0, -256, 0);
-  for (LONG b = blocks; b-- > 0;) {
-    const __m128i *in = reinterpret_cast<const __m128i *>(s + b * 48);
-    // All loads come before the stores: in place, this block's output covers its input.
-    const __m128i r0 = _mm_loadu_si128(in), r1 = _mm_loadu_si128(in + 1),
-                  r2 = _mm_loadu_si128(in + 2);
-    const __m128i q0 = r0;                                                 // samples 0-3
-    const __m128i q1 = _mm_or_si128(_mm_srli_si128(r0, 12), _mm_slli_si128(r1, 4)); // 4-7
-    const __m128i q2 = _mm_or_si128(_mm_srli_si128(r1, 8), _mm_slli_si128(r2, 8));  // 8-11
-    const __m128i q3 = _mm_srli_si128(r2, 4);                              // 12-15
-    __m128 f0 = _mm_mul_ps(_mm_cvtepi32_ps(Unpack24(q0, w0, w1)), scale);
-    __m128 f1 = _mm_mul_ps(_mm_cvtepi32_ps(Unpack24(q1, w0, w1)), scale);
-    __m128 f2 = _mm_mul_ps(_mm_cvtepi32_ps(Unpack24(q2, w0, w1)), scale);
-    __m128 f3 = _mm_mul_ps(_mm_cvtepi32_ps(Unpack24(q3, w0, w1)), scale);
-    if (!unity) {
-      f0 = _mm_mul_ps(f0, g);
-      f1 = _mm_mul_ps(f1, g);
-      f2 = _mm_mul_ps(f2, g);
-      f3 = _mm_mul_ps(f3, g);
-    }
-    float *out = reinterpret_cast<float *>(d + b * 64);
-    _mm_storeu_ps(out, f0);
-    _mm_storeu_ps(out + 4, f1);
-    _mm_storeu_ps(out + 8, f2);
-    _mm_storeu_ps(out + 12, f3);
-  }
+  if (gain == 1.0f)
+    S24ToF32Blocks<true>(d, s, blocks, gain);
+  else
+    S24ToF32Blocks<false>(d, s, blocks, gain);
 }
 
 void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
