@@ -111,17 +111,6 @@ inline __m128i Unpack24(__m128i q, __m128i firstWord, __m128i secondWord) {
                       _mm_and_si128(_mm_slli_epi64(x, 8), secondWord));
 }
 
-// Four int32 lanes -> their low three bytes packed into bytes 0-11, bytes 12-15 zero.
-// evenLow24 keeps the low three bytes of words 0 and 2, oddLow24 those of words 1 and 3.
-inline __m128i Pack24(__m128i v, __m128i evenLow24, __m128i oddLow24) {
-  // Each 64-bit lane: first sample in bytes 0-2, second moved down from 4-6 to 3-5.
-  const __m128i lanes = _mm_or_si128(_mm_and_si128(v, evenLow24),
-                                     _mm_srli_epi64(_mm_and_si128(v, oddLow24), 8));
-  // The upper lane's six bytes go to bytes 6-11.
-  return _mm_or_si128(_mm_move_epi64(lanes),
-                      _mm_slli_si128(_mm_unpackhi_epi64(lanes, _mm_setzero_si128()), 6));
-}
-
 // A source float whose magnitude is below the smallest normal gives |x * k| < 1 for any
 // factor |k| <= 2^100, which truncates to 0; such lanes are zeroed before the multiply, so
 // that denormal operands (slow on many processors) never reach the arithmetic. For larger
@@ -204,7 +193,7 @@ void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   PlainTail(KYSAMPLE_S16, KYSAMPLE_F32, d + blocks * 32, s + blocks * 64, n - blocks * 16, gain);
 }
 
-// Sixteen samples per step, written as three 16-byte stores of exactly their 48 bytes. The
+// Sixteen samples per step, each group of four written as two overlapping 8-byte stores. The
 // unity and gain loops are separate so that each keeps its constants in registers.
 template <bool kUnity>
 static void F32ToS24Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
@@ -236,14 +225,16 @@ static void F32ToS24Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain
   const __m128i odd24 = _mm_set_epi32(0xFFFFFF, 0, 0xFFFFFF, 0);
   for (LONG b = 0; b < blocks; ++b) {
     const uint8_t *in = s + b * 64;
-    __m128i *out = reinterpret_cast<__m128i *>(d + b * 48);
-    const __m128i p0 = Pack24(convert4(in), even24, odd24);
-    const __m128i p1 = Pack24(convert4(in + 16), even24, odd24);
-    _mm_storeu_si128(out, _mm_or_si128(p0, _mm_slli_si128(p1, 12)));
-    const __m128i p2 = Pack24(convert4(in + 32), even24, odd24);
-    _mm_storeu_si128(out + 1, _mm_or_si128(_mm_srli_si128(p1, 4), _mm_slli_si128(p2, 8)));
-    const __m128i p3 = Pack24(convert4(in + 48), even24, odd24);
-    _mm_storeu_si128(out + 2, _mm_or_si128(_mm_srli_si128(p2, 8), _mm_slli_si128(p3, 4)));
+    uint8_t *out = d + b * 48;
+    for (int g = 0; g < 4; ++g) {
+      const __m128i v = convert4(in + 16 * g);
+      // Each 64-bit lane: first sample in bytes 0-2, second moved down from 4-6 to 3-5;
+      // the two lanes go out as overlapping 8-byte stores 6 bytes apart.
+      const __m128i lanes = _mm_or_si128(_mm_and_si128(v, even24),
+                                         _mm_srli_epi64(_mm_and_si128(v, odd24), 8));
+      _mm_storel_epi64(reinterpret_cast<__m128i *>(out + 12 * g), lanes);
+      _mm_storeh_pd(reinterpret_cast<double *>(out + 12 * g + 6), _mm_castsi128_pd(lanes));
+    }
   }
 }
 
@@ -251,7 +242,10 @@ void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  const LONG blocks = n / 16;
+  // The last 8-byte store of a block reaches two bytes past it, into the next sample (whose
+  // source was not yet read, and which is written afterwards), so the last sample always
+  // goes to the plain loop.
+  const LONG blocks = (n - 1) / 16;
   if (gain == 1.0f)
     F32ToS24Blocks<true>(d, s, blocks, gain);
   else
