@@ -74,9 +74,7 @@ TEST(ErrorMessage, OperationSentenceThenStatusParagraph) {
   // The argument is text, never a format.
   EXPECT_EQ("The plug-in preset '%d $(AppName)' could not be loaded.Error 0x00000001 (message missing)",
             Msg(15, S_FALSE, "%d $(AppName)"));
-}
-
-TEST(ErrorMessage, TokensExpandInSentenceAndStatusText) {
+  // Named tokens expand in both the sentence and the status text.
   ASSERT_EQ(S_OK, KyFormatToken_Set("AppName", "Tellaro"));
   EXPECT_EQ("An error occurred starting Tellaro.\n\nA necessary resource is missing. You should "
             "re-install Tellaro as the application file appears to be corrupted.",
