@@ -94,18 +94,18 @@ Bitmap Make(int type, LONG w, LONG hgt, bool withTable = false) {
 
 TEST(ClipRects, PrepareRectsDeltasAndMissingRectangles) {
   Bitmap d = Make(KYPT_RGB24, 100, 50), s = Make(KYPT_RGB24, 40, 40);
-  const RECT dr = {-10, 0, 90, 50}, sr = {-10, -10, 30, 30};
+  const RECT dr = {-10, 0, 90, 50}, sr = {-10, -10, 50, 50};
   RECT dOut, sOut;
   LONG deltas[4];
   KyDibPrepareRects(d.h(), &dOut, &dr, s.h(), &sOut, &sr, deltas);
-  // Source first: cut 10 left and 10 top against the source (40 wide), the destination
-  // trimmed by 100 x 10 / 40 = 25 and 50 x 10 / 40 = 12; then the destination clip.
+  // Source first: cut 10 on every side against the source (40 wide), the destination
+  // trimmed by 100 x 10 / 40 = 25 across and 50 x 10 / 40 = 12 down; then the destination clip.
   RECT ra = sr, rb = dr;
   const RECT sk = {0, 0, 40, 40}, dk = {0, 0, 100, 50};
   RefClip(ra, sk, rb);
   RefClip(rb, dk, ra);
   EXPECT_TRUE(Same(sOut, ra) && Same(dOut, rb));
-  const LONG want[4] = {ra.left + 10, ra.top + 10, 30 - ra.right, 30 - ra.bottom};
+  const LONG want[4] = {ra.left + 10, ra.top + 10, 50 - ra.right, 50 - ra.bottom};
   EXPECT_EQ(memcmp(deltas, want, sizeof want), 0) << deltas[0] << "," << deltas[1] << "," << deltas[2] << "," << deltas[3];
   // A missing source is never clipped and reports no deltas.
   const RECT outside = {200, 0, 300, 10};
