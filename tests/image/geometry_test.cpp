@@ -109,8 +109,7 @@ TEST(Geometry3D, VectorFunctions) {
   float z[3] = {0, 0, 0};
   KyVector3DUnit(z);
   EXPECT_TRUE(isnan(z[0]) && isnan(z[1]) && isnan(z[2]));
-  float h[4] = {2, 4, 6, 1};
-  h[3] = 2;
+  float h[4] = {2, 4, 6, 2};
   KyVector3DHomogenize(h);
   EXPECT_TRUE(same3(h, 1, 2, 3) && h[3] == 2.0f);
   h[3] = 0;
