@@ -75,13 +75,11 @@ TEST_F(Presets, DefaultSavePathIsExpandedAndChecked) {
   EXPECT_EQ(KyDSFilter_GetDefaultSavePath(nullptr, 10, 1), E_POINTER);
   EXPECT_EQ(KyDSFilter_SetDefaultSavePath(nullptr, 1), E_POINTER);
 
-  HKEY k;
-  ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, "Software\\DXTransform\\Presets", 0, KEY_SET_VALUE, &k), ERROR_SUCCESS);
-  RegSetValueExA(k, "DefLocation", 0, REG_SZ, reinterpret_cast<const BYTE *>("C:\\x"), 5);
+  const char *dx = "Software\\DXTransform\\Presets";
+  RegSetKeyValueA(HKEY_CURRENT_USER, dx, "DefLocation", REG_SZ, "C:\\x", 5);
   EXPECT_EQ(KyDSFilter_GetDefaultSavePath(buf, sizeof buf, 1), 1);  // not REG_EXPAND_SZ
-  RegDeleteValueA(k, "DefLocation");
+  RegDeleteKeyValueA(HKEY_CURRENT_USER, dx, "DefLocation");
   EXPECT_EQ(KyDSFilter_GetDefaultSavePath(buf, sizeof buf, 1), 1);  // missing
-  RegCloseKey(k);
 }
 
 TEST_F(Presets, InlineUpTo256BytesAndFilesAbove) {
