@@ -332,42 +332,6 @@ TEST_F(PlugIn, SortedCaseInsensitivelyAndFound) {
   KyPlugIn_FreeList(nullptr);
 }
 
-TEST_F(PlugIn, Flag8ScansTheMapperInThisProcess) {
-  RegisterFilter(kExt, "ky_tf_ext.dll", "Test Echo");
-  const std::string longName = "Test Gain " + std::string(90, 'g');
-  RegisterFilter(kPlain, "ky_tf_plain.dll", longName.c_str());
-  const DWORD scanBefore = LastScanPid();
-  HMODULE self = GetModuleHandleA(nullptr);
-  const Listing l = List(KYPLUGIN_LIST_MAPPER | KYPLUGIN_LIST_INPROCESS, self);
-  EXPECT_EQ(scanBefore, LastScanPid()); // no scan process
-  ASSERT_TRUE(l.Has(kExt));
-  ASSERT_TRUE(l.Has(kPlain));
-  EXPECT_EQ(7u, l.At(kExt).flags);
-  EXPECT_EQ(3u, l.At(kPlain).flags);
-  EXPECT_STREQ("Test Echo", l.At(kExt).name);
-  EXPECT_EQ(longName.substr(0, 63), l.At(kPlain).name);
-  EXPECT_EQ(2u, Recorded("Created"));
-  EXPECT_EQ(GetCurrentProcessId(), Recorded("ext.pid"));
-  EXPECT_EQ(static_cast<DWORD>(reinterpret_cast<UINT_PTR>(self)), Recorded("ext.resource"));
-  auto current = kytest::Export<HMODULE(WINAPI *)()>("KyInternal_PlugInResourceModule");
-  ASSERT_NE(nullptr, current);
-  EXPECT_EQ(nullptr, current());
-  const std::string dx5 = Fingerprint(kInstance);
-  for (const char *v : {"CheckSumDX5", "CheckSumDX5Track", "CheckSumDX5_2.0"})
-    EXPECT_EQ(dx5, Raw(HKEY_LOCAL_MACHINE, kCache, v)) << v;
-
-  // The valid cache answers without creating any filter, with or without flag 8.
-  EXPECT_EQ(l.count, List(KYPLUGIN_LIST_MAPPER | KYPLUGIN_LIST_INPROCESS).count);
-  EXPECT_EQ(l.count, List(KYPLUGIN_LIST_MAPPER).count);
-  EXPECT_EQ(2u, Recorded("Created"));
-  EXPECT_EQ(scanBefore, LastScanPid());
-
-  // A handle that names no module is not installed.
-  List(KYPLUGIN_LIST_MAPPER | KYPLUGIN_LIST_INPROCESS | KYPLUGIN_LIST_REBUILD,
-       reinterpret_cast<HINSTANCE>(static_cast<UINT_PTR>(0x12340000)));
-  EXPECT_EQ(0u, Recorded("ext.resource"));
-}
-
 namespace {
 
 // The scan process's exit: waits at most `ms`; STILL_ACTIVE when it has not ended.
@@ -414,35 +378,57 @@ private:
 
 } // namespace
 
-TEST_F(PlugIn, ScanRunsInRunDll32AndItsCacheIsTrustedAfterwards) {
+TEST_F(PlugIn, MapperScanRunsInRunDll32OrWithFlag8InThisProcess) {
   RegisterFilter(kExt, "ky_tf_ext.dll", "Test Echo");
-  RegisterFilter(kPlain, "ky_tf_plain.dll", "Test Gain");
+  const std::string longName = "Test Gain " + std::string(90, 'g');
+  RegisterFilter(kPlain, "ky_tf_plain.dll", longName.c_str());
   const Listing l = List(KYPLUGIN_LIST_MAPPER);
   std::string cmd;
   const DWORD scan = LastScanPid(&cmd);
   ASSERT_NE(0u, scan);
   EXPECT_NE(GetCurrentProcessId(), scan);
-
   char path[MAX_PATH], shortPath[MAX_PATH];
   GetModuleFileNameA(GetModuleHandleA("tellarok.dll"), path, MAX_PATH);
   ASSERT_NE(0u, GetShortPathNameA(path, shortPath, MAX_PATH));
   EXPECT_EQ(std::string("RunDLL32.exe ") + shortPath + ",_KyPlugIn_Grovel@16 0 Orvanel_Grovel_Event", cmd);
-
-  ASSERT_TRUE(l.Has(kExt));
-  ASSERT_TRUE(l.Has(kPlain));
+  ASSERT_TRUE(l.Has(kExt) && l.Has(kPlain));
   EXPECT_EQ(7u, l.At(kExt).flags);
   EXPECT_EQ(3u, l.At(kPlain).flags);
+  EXPECT_EQ(longName.substr(0, 63), l.At(kPlain).name);
   EXPECT_EQ(scan, Recorded("ext.pid"));
   const std::string host = Raw(HKEY_CURRENT_USER, kRecord, "ext.host").c_str();
   EXPECT_EQ(0, lstrcmpiA(host.c_str() + (host.size() > 12 ? host.size() - 12 : 0), "rundll32.exe")) << host;
   EXPECT_EQ(nullptr, GetModuleHandleA("ky_tf_ext.dll")); // never loaded here
-
-  // The next request trusts the cache: no scan, no filter created.
   EXPECT_EQ(2u, Recorded("Created"));
+  const std::string dx5 = Fingerprint(kInstance);
+  for (const char *v : {"CheckSumDX5", "CheckSumDX5Track", "CheckSumDX5_2.0"})
+    EXPECT_EQ(dx5, Raw(HKEY_LOCAL_MACHINE, kCache, v)) << v;
+
+  // The valid cache answers without a scan or any filter created, with or without flag 8.
   EXPECT_EQ(l.count, List(KYPLUGIN_LIST_MAPPER).count);
+  EXPECT_EQ(l.count, List(KYPLUGIN_LIST_MAPPER | KYPLUGIN_LIST_INPROCESS).count);
   EXPECT_EQ(2u, Recorded("Created"));
   EXPECT_EQ(scan, LastScanPid());
   WaitForExit(scan, 30000);
+
+  // Flag 8 scans in this process, with the caller's module installed for the filters.
+  HMODULE self = GetModuleHandleA(nullptr);
+  const Listing in = List(KYPLUGIN_LIST_MAPPER | KYPLUGIN_LIST_INPROCESS | KYPLUGIN_LIST_REBUILD, self);
+  EXPECT_EQ(scan, LastScanPid());
+  ASSERT_TRUE(in.Has(kExt) && in.Has(kPlain));
+  EXPECT_EQ(7u, in.At(kExt).flags);
+  EXPECT_STREQ("Test Echo", in.At(kExt).name);
+  EXPECT_EQ(longName.substr(0, 63), in.At(kPlain).name);
+  EXPECT_EQ(4u, Recorded("Created"));
+  EXPECT_EQ(GetCurrentProcessId(), Recorded("ext.pid"));
+  EXPECT_EQ(static_cast<DWORD>(reinterpret_cast<UINT_PTR>(self)), Recorded("ext.resource"));
+  auto current = kytest::Export<HMODULE(WINAPI *)()>("KyInternal_PlugInResourceModule");
+  ASSERT_NE(nullptr, current);
+  EXPECT_EQ(nullptr, current()); // uninstalled afterwards
+  // A handle that names no module is not installed.
+  List(KYPLUGIN_LIST_MAPPER | KYPLUGIN_LIST_INPROCESS | KYPLUGIN_LIST_REBUILD,
+       reinterpret_cast<HINSTANCE>(static_cast<UINT_PTR>(0x12340000)));
+  EXPECT_EQ(0u, Recorded("ext.resource"));
 }
 
 TEST_F(PlugIn, CrashingFilterKillsOnlyTheScanProcess) {
