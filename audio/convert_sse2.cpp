@@ -99,82 +99,158 @@ void WINAPI S16ToF32Sse2Aligned(void *dstv, const void *srcv, LONG n, float gain
     S16ToF32Blocks<false>(d, s, blocks, gain);
 }
 
+namespace {
+
+// Four packed 24-bit samples in bytes 1-12 of q (byte 0 is ignored) -> four 32-bit words
+// holding each sample in their top three bytes (low byte 0). The 64-bit lanes take bytes
+// 0-7 and 6-13, so each lane's first word is already in place and its second is the lane
+// shifted left by one byte; masking clears the stray low bytes.
+inline __m128i Unpack24(__m128i q, __m128i firstWord, __m128i secondWord) {
+  const __m128i x = _mm_unpacklo_epi64(q, _mm_srli_si128(q, 6));
+  return _mm_or_si128(_mm_and_si128(x, firstWord),
+                      _mm_and_si128(_mm_slli_epi64(x, 8), secondWord));
+}
+
+// A source float whose magnitude is below the smallest normal gives |x * k| < 1 for any
+// factor |k| <= 2^100, which truncates to 0; such lanes are zeroed before the multiply, so
+// that denormal operands (slow on many processors) never reach the arithmetic. For larger
+// or non-finite factors nothing is zeroed (the threshold -1 passes every lane).
+inline int DenormalThreshold(double k) { return k >= -0x1p100 && k <= 0x1p100 ? 0x007FFFFF : -1; }
+inline __m128 LoadSkippingDenormals(const void *p, __m128i absMask, __m128i threshold) {
+  const __m128i bits = _mm_loadu_si128(static_cast<const __m128i *>(p));
+  return _mm_castsi128_ps(
+      _mm_and_si128(bits, _mm_cmpgt_epi32(_mm_and_si128(bits, absMask), threshold)));
+}
+
+} // namespace
+
+template <bool kUnity>
+static void S24ToF32Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
+  const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
+  const __m128 g = _mm_set1_ps(gain);
+  const __m128i w0 = _mm_set_epi32(0, -256, 0, -256), w1 = _mm_set_epi32(-256, 0, -256, 0);
+  auto convert4 = [&](__m128i q) {
+    const __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(Unpack24(q, w0, w1)), scale);
+    return kUnity ? f : _mm_mul_ps(f, g);
+  };
+  for (LONG b = blocks; b-- > 0;) {
+    const __m128i *in = reinterpret_cast<const __m128i *>(s + b * 48);
+    // All loads come before the stores: in place, this block's output covers its input.
+    const __m128i r0 = _mm_loadu_si128(in), r1 = _mm_loadu_si128(in + 1),
+                  r2 = _mm_loadu_si128(in + 2);
+    // Each group of four samples, one byte up (the byte below them is ignored).
+    const __m128 f0 = convert4(_mm_slli_si128(r0, 1));
+    const __m128 f1 = convert4(_mm_or_si128(_mm_srli_si128(r0, 11), _mm_slli_si128(r1, 5)));
+    const __m128 f2 = convert4(_mm_or_si128(_mm_srli_si128(r1, 7), _mm_slli_si128(r2, 9)));
+    const __m128 f3 = convert4(_mm_srli_si128(r2, 3));
+    float *out = reinterpret_cast<float *>(d + b * 64);
+    _mm_storeu_ps(out, f0);
+    _mm_storeu_ps(out + 4, f1);
+    _mm_storeu_ps(out + 8, f2);
+    _mm_storeu_ps(out + 12, f3);
+  }
+}
+
 void WINAPI S24ToF32Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  // Each sample is read as four bytes (the fourth, the next sample's first, is shifted out),
-  // so the last sample always goes to the plain loop.
-  const LONG blocks = (n - 1) / 4;
-  PlainTail(KYSAMPLE_F32, KYSAMPLE_S24, d + blocks * 16, s + blocks * 12, n - blocks * 4, gain);
-  const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
-  const __m128 g = _mm_set1_ps(gain);
-  const bool unity = gain == 1.0f;
-  for (LONG b = blocks; b-- > 0;) {
-    const uint8_t *p = s + b * 12;
-    const __m128i r = _mm_set_epi32(int(Load32(p + 9)), int(Load32(p + 6)), int(Load32(p + 3)),
-                                    int(Load32(p)));
-    __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(_mm_slli_epi32(r, 8)), scale);
-    if (!unity) f = _mm_mul_ps(f, g);
-    _mm_storeu_ps(reinterpret_cast<float *>(d + b * 16), f);
-  }
+  // Sixteen samples per step: three 16-byte loads of exactly their 48 bytes, four stores.
+  const LONG blocks = n / 16;
+  PlainTail(KYSAMPLE_F32, KYSAMPLE_S24, d + blocks * 64, s + blocks * 48, n - blocks * 16, gain);
+  if (gain == 1.0f)
+    S24ToF32Blocks<true>(d, s, blocks, gain);
+  else
+    S24ToF32Blocks<false>(d, s, blocks, gain);
 }
 
 void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  const LONG blocks = n / 8;
+  const LONG blocks = n / 16;
   const float k = gain == 1.0f ? 32768.0f : gain * 32768.0f;
   const __m128 kv = _mm_set1_ps(k);
   const __m128 hi = _mm_set1_ps(32767.0f);
+  const __m128i absMask = _mm_set1_epi32(0x7FFFFFFF);
+  const __m128i thr = _mm_set1_epi32(DenormalThreshold(k));
   // Only the top needs clamping in float: below -32768 the truncation gives a value (or the
-  // integer indefinite 0x80000000) that the saturating pack turns into -32768.
-  for (LONG b = 0; b < blocks; ++b) {
-    const float *in = reinterpret_cast<const float *>(s + b * 32);
-    __m128 x = _mm_mul_ps(_mm_loadu_ps(in), kv), y = _mm_mul_ps(_mm_loadu_ps(in + 4), kv);
+  // integer indefinite 0x80000000) that the saturating pack turns into -32768. Sixteen
+  // samples per step in two independent chains.
+  auto convert4 = [&](const uint8_t *p) {
+    __m128 x = _mm_mul_ps(LoadSkippingDenormals(p, absMask, thr), kv);
     x = _mm_min_ps(_mm_and_ps(x, _mm_cmpord_ps(x, x)), hi);
-    y = _mm_min_ps(_mm_and_ps(y, _mm_cmpord_ps(y, y)), hi);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(d + b * 16),
-                     _mm_packs_epi32(_mm_cvttps_epi32(x), _mm_cvttps_epi32(y)));
+    return _mm_cvttps_epi32(x);
+  };
+  for (LONG b = 0; b < blocks; ++b) {
+    const uint8_t *in = s + b * 64;
+    const __m128i a0 = convert4(in), a1 = convert4(in + 16);
+    const __m128i c0 = convert4(in + 32), c1 = convert4(in + 48);
+    __m128i *out = reinterpret_cast<__m128i *>(d + b * 32);
+    _mm_storeu_si128(out, _mm_packs_epi32(a0, a1));
+    _mm_storeu_si128(out + 1, _mm_packs_epi32(c0, c1));
   }
-  PlainTail(KYSAMPLE_S16, KYSAMPLE_F32, d + blocks * 16, s + blocks * 32, n - blocks * 8, gain);
+  PlainTail(KYSAMPLE_S16, KYSAMPLE_F32, d + blocks * 32, s + blocks * 64, n - blocks * 16, gain);
+}
+
+// Sixteen samples per step, each group of four written as two overlapping 8-byte stores. The
+// unity and gain loops are separate so that each keeps its constants in registers.
+template <bool kUnity>
+static void F32ToS24Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
+  const __m128i absMask = _mm_set1_epi32(0x7FFFFFFF);
+  const double k = kUnity ? 8388608.0 : double(gain) * 8388608.0;
+  const __m128i thr = _mm_set1_epi32(DenormalThreshold(k));
+  auto convert4 = [&](const uint8_t *p) {
+    if (kUnity) {
+      // Denormal and NaN lanes are both zeroed in the integer domain; the product of the
+      // rest by 2^23 is never NaN, so no ordered compare is needed after the multiply.
+      const __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+      const __m128i mag = _mm_and_si128(bits, absMask);
+      const __m128i keep = _mm_andnot_si128(_mm_cmpgt_epi32(mag, _mm_set1_epi32(0x7F800000)),
+                                            _mm_cmpgt_epi32(mag, thr));
+      const __m128 y = _mm_mul_ps(_mm_castsi128_ps(_mm_and_si128(bits, keep)),
+                                  _mm_set1_ps(8388608.0f));
+      return _mm_cvttps_epi32(
+          _mm_min_ps(_mm_max_ps(y, _mm_set1_ps(-8388608.0f)), _mm_set1_ps(8388607.0f)));
+    }
+    const __m128 x = LoadSkippingDenormals(p, absMask, thr);
+    // A gain makes the product inexact: formed in double as the plain loop does.
+    const __m128d kd = _mm_set1_pd(k), lod = _mm_set1_pd(-8388608.0),
+                  hid = _mm_set1_pd(8388607.0);
+    const __m128i a = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(x), kd), lod, hid);
+    const __m128i c = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x)), kd), lod, hid);
+    return _mm_unpacklo_epi64(a, c);
+  };
+  const __m128i even24 = _mm_set_epi32(0, 0xFFFFFF, 0, 0xFFFFFF);
+  const __m128i odd24 = _mm_set_epi32(0xFFFFFF, 0, 0xFFFFFF, 0);
+  for (LONG b = 0; b < blocks; ++b) {
+    const uint8_t *in = s + b * 64;
+    uint8_t *out = d + b * 48;
+    for (int g = 0; g < 4; ++g) {
+      const __m128i v = convert4(in + 16 * g);
+      // Each 64-bit lane: first sample in bytes 0-2, second moved down from 4-6 to 3-5;
+      // the two lanes go out as overlapping 8-byte stores 6 bytes apart.
+      const __m128i lanes = _mm_or_si128(_mm_and_si128(v, even24),
+                                         _mm_srli_epi64(_mm_and_si128(v, odd24), 8));
+      _mm_storel_epi64(reinterpret_cast<__m128i *>(out + 12 * g), lanes);
+      _mm_storeh_pd(reinterpret_cast<double *>(out + 12 * g + 6), _mm_castsi128_pd(lanes));
+    }
+  }
 }
 
 void WINAPI F32ToS24Sse2(void *dstv, const void *srcv, LONG n, float gain) {
   if (n <= 0 || !dstv || !srcv) return;
   auto *d = static_cast<uint8_t *>(dstv);
   auto *s = static_cast<const uint8_t *>(srcv);
-  // Each block's last 4-byte store reaches one byte into the next sample, so the last
-  // sample always goes to the plain loop.
-  const LONG blocks = (n - 1) / 4;
-  const bool unity = gain == 1.0f;
-  const __m128 kf = _mm_set1_ps(8388608.0f);
-  const __m128 lo = _mm_set1_ps(-8388608.0f), hi = _mm_set1_ps(8388607.0f);
-  const __m128d kd = _mm_set1_pd(double(gain) * 8388608.0);
-  const __m128d lod = _mm_set1_pd(-8388608.0), hid = _mm_set1_pd(8388607.0);
-  alignas(16) int32_t t[4];
-  for (LONG b = 0; b < blocks; ++b) {
-    const __m128 x = _mm_loadu_ps(reinterpret_cast<const float *>(s + b * 16));
-    __m128i v;
-    if (unity) {
-      v = TruncClamp4(_mm_mul_ps(x, kf), lo, hi);
-    } else {
-      // A gain makes the product inexact: formed in double as the plain loop does.
-      const __m128i a = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(x), kd), lod, hid);
-      const __m128i c = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x)), kd), lod, hid);
-      v = _mm_unpacklo_epi64(a, c);
-    }
-    // Overlapping 4-byte stores: each writes its sample's three bytes, and its fourth byte
-    // is overwritten by the next store (the source bytes under it were read already).
-    _mm_store_si128(reinterpret_cast<__m128i *>(t), v);
-    uint8_t *out = d + b * 12;
-    Store32(out, uint32_t(t[0]));
-    Store32(out + 3, uint32_t(t[1]));
-    Store32(out + 6, uint32_t(t[2]));
-    Store32(out + 9, uint32_t(t[3]));
-  }
-  PlainTail(KYSAMPLE_S24, KYSAMPLE_F32, d + blocks * 12, s + blocks * 16, n - blocks * 4, gain);
+  // The last 8-byte store of a block reaches two bytes past it, into the next sample (whose
+  // source was not yet read, and which is written afterwards), so the last sample always
+  // goes to the plain loop.
+  const LONG blocks = (n - 1) / 16;
+  if (gain == 1.0f)
+    F32ToS24Blocks<true>(d, s, blocks, gain);
+  else
+    F32ToS24Blocks<false>(d, s, blocks, gain);
+  PlainTail(KYSAMPLE_S24, KYSAMPLE_F32, d + blocks * 48, s + blocks * 64, n - blocks * 16, gain);
 }
 
 } // namespace ky::audio

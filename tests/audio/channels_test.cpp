@@ -31,20 +31,12 @@ TEST(AudioChannels, RoutingConvertsMappedChannelsOnly) {
       const LONG map[3] = {2, -1, 0};
       std::vector<uint8_t> dst(size_t(frames) * 4 * D.bytes, 0x5A);
       ASSERT_EQ(KyAudio_CopyChannels(&df, dst.data(), &sf, pool.data(), frames, map), S_OK);
-      std::vector<uint8_t> want(D.bytes);
+      std::vector<uint8_t> want(dst.size(), 0x5A); // channels 1 and 3 stay untouched
+      for (size_t i = 0; i < size_t(frames); ++i)
+        for (int c : {0, 2})
+          Convert(D.t, &want[(i * 4 + c) * D.bytes], S.t, &pool[(i * 3 + 2 - c) * S.bytes], 1.0f);
       int bad = 0;
-      for (LONG i = 0; i < frames && bad < 3; ++i) {
-        for (int c = 0; c < 4; ++c) {
-          const uint8_t *got = &dst[(size_t(i) * 4 + c) * D.bytes];
-          if (c == 1 || c == 3) {
-            for (int b = 0; b < D.bytes; ++b) bad += got[b] != 0x5A; // untouched
-            continue;
-          }
-          const int from = c == 2 ? 0 : 2;
-          Convert(D.t, want.data(), S.t, &pool[(size_t(i) * 3 + from) * S.bytes], 1.0f);
-          if (!SameSample(D.t, got, want.data())) ++bad;
-        }
-      }
+      for (size_t i = 0; i < dst.size(); i += D.bytes) bad += !SameSample(D.t, &dst[i], &want[i]);
       EXPECT_EQ(bad, 0) << D.name << " <- " << S.name;
     }
   }
@@ -70,9 +62,7 @@ TEST(AudioChannels, FoldDownSumsWithoutDividing) {
   const int16_t a16[6] = {20000, 20000, -100, 50, -30000, -30000};
   int16_t m16[3];
   ASSERT_EQ(KyAudio_MonoChannel(m16, a16, &s16, 3), S_OK);
-  EXPECT_EQ(m16[0], 32767);
-  EXPECT_EQ(m16[1], -50);
-  EXPECT_EQ(m16[2], -32768);
+  EXPECT_EQ(std::vector<int16_t>(m16, m16 + 3), (std::vector<int16_t>{32767, -50, -32768}));
   const uint8_t a24[12] = {0x00, 0x00, 0x40, 0x01, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
   uint8_t m24[6];
   ASSERT_EQ(KyAudio_ChannelChange(m24, 1, a24, &s24, 2), S_OK);
@@ -81,8 +71,7 @@ TEST(AudioChannels, FoldDownSumsWithoutDividing) {
   const float af[4] = {0.75f, 0.75f, -2.0f, 0.5f};
   float mf[2];
   ASSERT_EQ(KyAudio_ChannelChange(mf, 1, af, &f32, 2), S_OK);
-  EXPECT_EQ(mf[0], 1.5f); // no clamp for float
-  EXPECT_EQ(mf[1], -1.5f);
+  EXPECT_EQ(std::vector<float>(mf, mf + 2), (std::vector<float>{1.5f, -1.5f})); // no clamp
   // Only mono destinations, and only four types, may fold.
   WAVEFORMATEX quad = FmtOf(17, 4), s32 = FmtOf(19, 2), f64 = FmtOf(33, 2);
   int16_t big[8] = {};
@@ -100,12 +89,10 @@ TEST(AudioChannels, ExpansionInPlaceAndEqualCountsCopy) {
     std::vector<uint8_t> buf(size_t(frames) * 3 * T.bytes);
     memcpy(buf.data(), src.data(), size_t(frames) * T.bytes);
     ASSERT_EQ(KyAudio_ChannelChange(buf.data(), 3, buf.data(), &mono, frames), S_OK) << T.name;
-    bool ok = true;
-    for (LONG i = 0; i < frames; ++i)
-      for (int c = 0; c < 3; ++c)
-        ok = ok && memcmp(&buf[(size_t(i) * 3 + c) * T.bytes], &src[size_t(i) * T.bytes],
-                          T.bytes) == 0;
-    EXPECT_TRUE(ok) << T.name;
+    int bad = 0; // every frame's sample copied to all three channels
+    for (size_t i = 0; i < size_t(frames) * 3; ++i)
+      bad += memcmp(&buf[i * T.bytes], &src[i / 3 * T.bytes], T.bytes) != 0;
+    EXPECT_EQ(bad, 0) << T.name;
   }
   WAVEFORMATEX st = FmtOf(17, 2), be = FmtOf(66, 2);
   const int16_t in[4] = {1, 2, 3, 4};
@@ -131,19 +118,11 @@ TEST(AudioChannels, ExtractAndSilence) {
   EXPECT_EQ(KyAudio_FillSilence(nullptr, out, 2), E_FAIL);
   EXPECT_EQ(KyAudio_FillSilence(&s24, nullptr, 2), E_POINTER);
 
-  struct Row {
-    WORD tag, bits;
-    HRESULT hr;
-    int fill; // -1: nothing written
-  } rows[] = {{1, 8, S_OK, 0x80},      {1, 16, S_OK, 0},     {0xFE02, 8, S_OK, 0x80},
+  struct Row { WORD tag, bits; HRESULT hr; int fill; /* -1: nothing written */ } rows[] = {{1, 8, S_OK, 0x80},      {1, 16, S_OK, 0},     {0xFE02, 8, S_OK, 0x80},
               {0xFE02, 16, S_OK, 0},   {0xFE01, 8, S_OK, 0}, {0xFE00, 32, S_OK, 0},
               {3, 32, S_OK, 0},        {2, 8, E_FAIL, -1},   {0x55, 16, E_FAIL, -1}};
   for (const Row &r : rows) {
-    WAVEFORMATEX f = {};
-    f.wFormatTag = r.tag;
-    f.wBitsPerSample = r.bits;
-    f.nChannels = 3;
-    f.nBlockAlign = WORD(r.bits / 8 * 3);
+    WAVEFORMATEX f = {r.tag, 3, 0, 0, WORD(r.bits / 8 * 3), r.bits, 0};
     uint8_t buf[64];
     memset(buf, 0x11, sizeof buf);
     EXPECT_EQ(KyAudio_FillSilence(&f, buf, 5), r.hr) << r.tag;
@@ -155,12 +134,7 @@ TEST(AudioChannels, ExtractAndSilence) {
       }
     EXPECT_EQ(buf[n], 0x11) << "wrote past the end, tag " << r.tag;
   }
-  WAVEFORMATEXTENSIBLE x = {};
-  x.Format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
-  x.Format.wBitsPerSample = 8;
-  x.Format.nChannels = 1;
-  x.Format.nBlockAlign = 1;
-  x.Format.cbSize = 22;
+  WAVEFORMATEXTENSIBLE x = {{WAVE_FORMAT_EXTENSIBLE, 1, 0, 0, 1, 8, 22}, {}, 0, {}};
   uint8_t buf[4] = {1, 1, 1, 1};
   EXPECT_EQ(KyAudio_FillSilence(&x.Format, buf, 4), S_OK); // not PCM: nothing written
   EXPECT_EQ(buf[0], 1);
@@ -194,10 +168,8 @@ TEST(AudioChannels, GainAndFlushFade) {
   // Over 4 frames: source weight 1, 3/4, 1/2, 1/4; destination 0, 1/4, 1/2, 3/4. Only the
   // first 2 x frames floats change, whatever the channel count.
   float dst[24], src[24];
-  for (int i = 0; i < 24; ++i) {
-    dst[i] = 1.0f;
-    src[i] = -1.0f;
-  }
+  std::fill_n(dst, 24, 1.0f);
+  std::fill_n(src, 24, -1.0f);
   ASSERT_EQ(KyAudio_DoFlushFade(dst, src, &f6, 4), S_OK);
   const float want[8] = {-1, -1, -0.5f, -0.5f, 0, 0, 0.5f, 0.5f};
   for (int i = 0; i < 8; ++i) EXPECT_EQ(dst[i], want[i]) << i;
@@ -230,11 +202,8 @@ TEST(AudioChannels, PeaksAndReverse) {
   const float fl[4] = {-0.75f, 0.25f, 0.5f, NAN};
   DWORD peaks[2];
   ASSERT_EQ(KyAudio_FindPeaks(&f32, fl, 2, peaks), S_OK);
-  float p0, p1;
-  memcpy(&p0, &peaks[0], 4);
-  memcpy(&p1, &peaks[1], 4);
-  EXPECT_EQ(p0, 0.75f);
-  EXPECT_EQ(p1, 0.25f);
+  const float wantF[2] = {0.75f, 0.25f}; // float peaks come back as their bit patterns
+  EXPECT_EQ(memcmp(peaks, wantF, 8), 0);
   EXPECT_EQ(KyAudio_FindPeaks(&be, fl, 2, peaks), E_NOTIMPL);
   EXPECT_EQ(KyAudio_GetFindPeaksFunction(&be), nullptr);
 

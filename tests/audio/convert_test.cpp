@@ -153,7 +153,8 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
                        size_t(17), size_t(33), total - 3, total}) {
         for (size_t off : {size_t(0), size_t(1)}) {
           if (off + n > total) continue;
-          for (float g : {1.0f, 0.75f, -2.5f}) {
+          // The last gain is large enough for a denormal source sample to reach +-1 and more.
+          for (float g : {1.0f, 0.75f, -2.5f, 3e37f}) {
             std::vector<uint8_t> a(n * Of(d).bytes + 16, 0xEE), b = a;
             plain(a.data() + 1, &src[off * Of(s).bytes], LONG(n), g);
             f(b.data() + 1, &src[off * Of(s).bytes], LONG(n), g);

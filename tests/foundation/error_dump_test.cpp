@@ -18,15 +18,10 @@ std::string Hex8(const void *p) {
 
 std::vector<std::string> Lines(const std::string &s) {
   std::vector<std::string> out;
-  size_t at = 0;
-  while (at < s.size()) {
-    size_t e = s.find("\r\n", at);
-    if (e == std::string::npos) {
-      out.push_back(s.substr(at));
-      break;
-    }
+  for (size_t at = 0, e; at < s.size(); at = e + 2) {
+    e = s.find("\r\n", at);
+    if (e == std::string::npos) e = s.size();
     out.push_back(s.substr(at, e - at));
-    at = e + 2;
   }
   return out;
 }
@@ -48,7 +43,8 @@ struct Edge {
   BYTE *Boundary() const { return base + page; }
 };
 
-TEST(ErrorDump, HexLinesWithCharactersBlanksAndUnreadableBytes) {
+// Bytes and double words, with characters, blanks and unreadable memory shown as dots.
+TEST(ErrorDump, HexBytesAndDWords) {
   const BYTE data[12] = {'H', 'i', '!', 0x00, 0x7F, 0x20, 0x7E, 0xFF, 'a', 'b', 'c', 0x0A};
   char buf[512];
   LONG n = KyErrorHandler_DumpHex(buf, sizeof buf, data, 12);
@@ -62,12 +58,23 @@ TEST(ErrorDump, HexLinesWithCharactersBlanksAndUnreadableBytes) {
   KyErrorHandler_DumpHex(buf, sizeof buf, data, 0);
   EXPECT_EQ(" " + Hex8(data) + ": " + std::string(24, ' ') + "\r\n", std::string(buf));
 
+  const DWORD words[5] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
+  EXPECT_EQ(0, KyErrorHandler_DumpHexDWords(buf, sizeof buf, words, 0));
+  EXPECT_STREQ("", buf);
+  KyErrorHandler_DumpHexDWords(buf, sizeof buf, words, 5);
+  EXPECT_EQ(" " + Hex8(words) + ": 12345678 DEADBEEF 00000000 00000001 \r\n " + Hex8(words + 4) +
+                ": FFFFFFFF \r\n",
+            std::string(buf));
+
   Edge e;
   ASSERT_NE(nullptr, e.base);
-  memcpy(e.Boundary() - 4, "WXYZ", 4);
-  KyErrorHandler_DumpHex(buf, sizeof buf, e.Boundary() - 4, 8);
-  EXPECT_EQ(" " + Hex8(e.Boundary() - 4) + ": 57 58 59 5A .. .. .. .. WXYZ....\r\n",
-            std::string(buf));
+  BYTE *last4 = e.Boundary() - 4;
+  memcpy(last4, "WXYZ", 4);
+  KyErrorHandler_DumpHex(buf, sizeof buf, last4, 8);
+  EXPECT_EQ(" " + Hex8(last4) + ": 57 58 59 5A .. .. .. .. WXYZ....\r\n", std::string(buf));
+  *reinterpret_cast<DWORD *>(last4) = 0xCAFEF00D;
+  KyErrorHandler_DumpHexDWords(buf, sizeof buf, last4, 2);
+  EXPECT_EQ(" " + Hex8(last4) + ": CAFEF00D ........ \r\n", std::string(buf));
 }
 
 TEST(ErrorDump, HexStopsBeginningLinesBelow50CharactersOfRoom) {
@@ -81,22 +88,6 @@ TEST(ErrorDump, HexStopsBeginningLinesBelow50CharactersOfRoom) {
   EXPECT_EQ(45, one);  // " %08X: " + 8 x "%02X " + 8 characters + "\r\n"
   EXPECT_EQ(2u, Lines(std::string(buf, static_cast<size_t>(KyErrorHandler_DumpHex(buf, 95, data, 64)))).size());
   EXPECT_EQ(3u, Lines(std::string(buf, static_cast<size_t>(KyErrorHandler_DumpHex(buf, 140, data, 64)))).size());
-}
-
-TEST(ErrorDump, HexDWords) {
-  const DWORD words[5] = {0x12345678, 0xDEADBEEF, 0, 1, 0xFFFFFFFF};
-  char buf[300];
-  EXPECT_EQ(0, KyErrorHandler_DumpHexDWords(buf, sizeof buf, words, 0));
-  EXPECT_STREQ("", buf);
-  KyErrorHandler_DumpHexDWords(buf, sizeof buf, words, 5);
-  EXPECT_EQ(" " + Hex8(words) + ": 12345678 DEADBEEF 00000000 00000001 \r\n " + Hex8(words + 4) +
-                ": FFFFFFFF \r\n",
-            std::string(buf));
-  Edge e;
-  ASSERT_NE(nullptr, e.base);
-  *reinterpret_cast<DWORD *>(e.Boundary() - 4) = 0xCAFEF00D;
-  KyErrorHandler_DumpHexDWords(buf, sizeof buf, e.Boundary() - 4, 2);
-  EXPECT_EQ(" " + Hex8(e.Boundary() - 4) + ": CAFEF00D ........ \r\n", std::string(buf));
 }
 
 TEST(ErrorDump, StackWordsNameTheirAllocationAndModule) {
@@ -215,8 +206,7 @@ TEST(ErrorDump, RealAccessViolationIsCaughtAndDumped) {
   }
   std::string text;
   char chunk[4096];
-  size_t got;
-  while ((got = fread(chunk, 1, sizeof chunk, f)) > 0) text.append(chunk, got);
+  for (size_t got; (got = fread(chunk, 1, sizeof chunk, f)) > 0;) text.append(chunk, got);
   fclose(f);
   DeleteFileA(out.c_str());
 
@@ -240,22 +230,19 @@ TEST(ErrorDump, RealAccessViolationIsCaughtAndDumped) {
   ASSERT_EQ(3, sscanf(l[1].c_str(), "In Module '%63[^']' at Address 0x%X + 0x%X", name, &base, &offset)) << l[1];
   EXPECT_STREQ("foundation_test.exe", name);
   EXPECT_EQ(ip, base + offset);
-  EXPECT_EQ(0u, l[2].find("Thread: faulter ID=0x")) << l[2];
-  EXPECT_NE(std::string::npos, l[2].find(" Stack=0x")) << l[2];
-  EXPECT_EQ("Registers:", l[3]);
-  char ecx[32];
+  char ecx[32], eip[32], bytes[40];
   snprintf(ecx, sizeof ecx, " ECX=%08x DS=", bad);
-  EXPECT_EQ(0u, l[5].find(" EBX=")) << l[5];
-  EXPECT_EQ(0u, l[6].find(ecx)) << l[6];
-  EXPECT_EQ(0u, l[7].find(" EDX=")) << l[7];
-  char eip[32];
   snprintf(eip, sizeof eip, " EIP=%08x EFLGS=", ip);
-  EXPECT_NE(std::string::npos, l[4].find(eip)) << l[4];
-  EXPECT_EQ("Bytes at CS:EIP:", l[8]);
-  char bytes[40];
   snprintf(bytes, sizeof bytes, " %08X: 8B 01 ", ip);
-  EXPECT_EQ(0u, l[9].find(bytes)) << l[9];
-  EXPECT_EQ(0u, l[10].find(" ")) << l[10];  // second line of the 16 bytes
+  // Each line's opening (the second line of the 16 code bytes starts with a blank).
+  const struct { size_t line; std::string start; } openings[] = {
+      {2, "Thread: faulter ID=0x"}, {3, "Registers:"}, {5, " EBX="}, {6, ecx}, {7, " EDX="},
+      {8, "Bytes at CS:EIP:"}, {9, bytes}, {10, " "}, {11, "Stack Dump:"}};
+  for (const auto &o : openings) EXPECT_EQ(0u, l[o.line].find(o.start)) << l[o.line];
+  EXPECT_NE(std::string::npos, l[2].find(" Stack=0x")) << l[2];
+  EXPECT_NE(std::string::npos, l[4].find(eip)) << l[4];
+  EXPECT_EQ("Registers:", l[3]);
+  EXPECT_EQ("Bytes at CS:EIP:", l[8]);
   EXPECT_EQ("Stack Dump:", l[11]);
   size_t sep = 0;
   for (size_t i = 12; i < l.size(); ++i)

@@ -33,6 +33,13 @@ void Append(HKYLIST l, std::initializer_list<LONG> values) {
 
 std::vector<LONG> Contents(HKYLIST l) { return std::vector<LONG>(Ints(l), Ints(l) + l->count); }
 
+// The first word of each heap item.
+std::vector<LONG> HeapContents(HKYLIST l) {
+  std::vector<LONG> out;
+  for (LONG i = 0; i < l->count; ++i) out.push_back(*static_cast<LONG *>(Ptrs(l)[i]));
+  return out;
+}
+
 LONG KYAPI CompareInts(LONG, void *a, void *b) {
   LONG x = *static_cast<LONG *>(a), y = *static_cast<LONG *>(b);
   return x < y ? -1 : (x > y ? 1 : 0);
@@ -51,15 +58,8 @@ LONG KYAPI CompareValues(LONG, void *a, void *b) {
 LONG KYAPI MatchInt(LONG param, void *item) { return *static_cast<LONG *>(item) == param ? 0 : 1; }
 
 // ---- creation ----
-struct CreateCase {
-  LONG itemSize, initial, growth;
-  DWORD options;
-  ULONG slotSize;
-  LONG allocated, step;
-};
-
 TEST(ListCreate, SlotSizeInitialAndGrowthArithmetic) {
-  const CreateCase cases[] = {
+  const struct { LONG itemSize, initial, growth; DWORD options; ULONG slotSize; LONG allocated, step; } cases[] = {
       {4, -1, -1, KYLIST_ARRAY, 4, 16, 16},
       {4, 1, 1, KYLIST_ARRAY, 4, 4, 4},
       {5, 16, 16, KYLIST_ARRAY, 8, 16, 16},
@@ -81,13 +81,10 @@ TEST(ListCreate, SlotSizeInitialAndGrowthArithmetic) {
   }
 }
 
-TEST(ListCreate, ArrayAndHeapTogetherRefused) {
-  HKYLIST l = reinterpret_cast<HKYLIST>(1);
-  EXPECT_EQ(E_FAIL, KyList_CreateExZ(&l, 4, 0, 0, 0x6, 0, 0, 0));
-  EXPECT_EQ(nullptr, l);
-}
-
 TEST(ListCreate, HeapFlagsAndPrivateHeap) {
+  HKYLIST l = reinterpret_cast<HKYLIST>(1);
+  EXPECT_EQ(E_FAIL, KyList_CreateExZ(&l, 4, 0, 0, 0x6, 0, 0, 0));  // array and heap together
+  EXPECT_EQ(nullptr, l);
   List h(0, 0, 0, KYLIST_HEAPITEMS | KYLIST_PRIVATEHEAP);
   ASSERT_EQ(S_OK, h.hr);
   EXPECT_NE(nullptr, h->privateHeap);
@@ -105,9 +102,6 @@ TEST(ListCreate, IsListChecksSizeReadabilityAndSignature) {
   EXPECT_EQ(0, KyList_IsList(nullptr, 84));
   char zeros[84] = {};
   EXPECT_EQ(0, KyList_IsList(zeros, 84));
-}
-
-TEST(ListCreate, IsListOnUnreadableMemory) {
   // A reserved page, and a header that starts readable and runs into a no-access page.
   auto *pages = static_cast<BYTE *>(VirtualAlloc(nullptr, 8192, MEM_RESERVE, PAGE_NOACCESS));
   ASSERT_NE(nullptr, pages);
@@ -150,15 +144,6 @@ TEST(ListGrowth, OnlyAFullListGrowsByWholeSteps) {
   }
 }
 
-TEST(ListGrowth, GrowAddsZeroedSlotsInSteps) {
-  List l(4, 16, 16, KYLIST_ARRAY);
-  EXPECT_EQ(S_OK, KyList_GrowAllocated(l, 1));
-  EXPECT_EQ(32, l->allocated);
-  EXPECT_EQ(S_OK, KyList_GrowAllocated(l, -5));
-  EXPECT_EQ(48, l->allocated);
-  for (LONG i = 0; i < 48; ++i) EXPECT_EQ(0, Ints(l)[i]);
-}
-
 // Sizes whose byte count passes 32 bits must fail, not wrap into a tiny block; ranges whose
 // end passes 32 bits must be refused, not wrap into a "valid" one.
 TEST(ListGrowth, SizesAndRangesBeyond32BitsFailCleanly) {
@@ -195,9 +180,7 @@ TEST(ListShrink, RoundsToStepsButKeepsItems) {
     ASSERT_EQ(S_OK, KyList_ShrinkAllocated(l, c.request));
     EXPECT_EQ(c.allocatedAfter, l->allocated) << c.count << " " << c.request;
   }
-}
-
-TEST(ListShrink, EmptyListKeepsOneSlotOfMemory) {
+  // An empty list shrinks to no slots but keeps one slot of memory.
   List l(4, 16, 16, KYLIST_ARRAY);
   EXPECT_EQ(S_OK, KyList_ShrinkAllocated(l, -1));
   EXPECT_EQ(0, l->allocated);
@@ -249,7 +232,13 @@ TEST(ListDelete, RangesAndShrinkRules) {
   EXPECT_EQ(16, l->allocated);  // 54 free: 64 rounded, less one step
 }
 
-TEST(ListForceCount, GrowsButNeverReleases) {
+TEST(ListGrowth, GrowAndForcedCountAddZeroedStepsButNeverRelease) {
+  List g(4, 16, 16, KYLIST_ARRAY);
+  EXPECT_EQ(S_OK, KyList_GrowAllocated(g, 1));
+  EXPECT_EQ(32, g->allocated);
+  EXPECT_EQ(S_OK, KyList_GrowAllocated(g, -5));
+  EXPECT_EQ(48, g->allocated);
+  EXPECT_EQ(std::vector<LONG>(48, 0), std::vector<LONG>(Ints(g), Ints(g) + 48));
   List l(12, 16, 16, KYLIST_ARRAY);
   EXPECT_EQ(S_OK, KyList_ArrayForceItemCount(l, 40, TRUE));
   EXPECT_EQ(40, l->count);
@@ -315,15 +304,11 @@ TEST(ListHeapItems, MoveBetweenHeapListsKeepsOrder) {
   LONG v = 100;
   KyList_AllocAndInsertItem(dst, &v, 4, -1, nullptr);
   ASSERT_EQ(S_OK, KyList_MoveItemsBetweenHeapLists(dst, -1, src, 1, 3));
-  ASSERT_EQ(4, dst->count);
-  const LONG moved[] = {100, 1, 2, 3};
-  for (LONG i = 0; i < 4; ++i) EXPECT_EQ(moved[i], *static_cast<LONG *>(Ptrs(dst)[i]));
-  ASSERT_EQ(3, src->count);
-  EXPECT_EQ(4, *static_cast<LONG *>(Ptrs(src)[1]));
+  EXPECT_EQ((std::vector<LONG>{100, 1, 2, 3}), HeapContents(dst));
+  EXPECT_EQ((std::vector<LONG>{0, 4, 5}), HeapContents(src));
   EXPECT_EQ(S_OK, KyList_MoveItemsBetweenHeapLists(dst, 0, src, 0, -1));
   EXPECT_EQ(0, src->count);
-  EXPECT_EQ(0, *static_cast<LONG *>(Ptrs(dst)[0]));
-  EXPECT_EQ(5, *static_cast<LONG *>(Ptrs(dst)[2]));
+  EXPECT_EQ((std::vector<LONG>{0, 4, 5, 100, 1, 2, 3}), HeapContents(dst));
   EXPECT_EQ(KYLIST_HEAPITEMS, KyList_GetCreateOptions(src) & KYLIST_HEAPITEMS);
   EXPECT_EQ(E_FAIL, KyList_MoveItemsBetweenHeapLists(dst, 0, src, 0, 1));
   List a(4, 0, 0, KYLIST_ARRAY);
@@ -364,11 +349,7 @@ TEST(ListSort, SelectionSortSwapsEqualItems) {
   for (auto &p : pairs) KyList_InsertList(l, -1, p, 1);
   EXPECT_EQ(S_OK, KyList_Sort(l, 77, CompareFirst));
   EXPECT_EQ(77, KyList_GetSortCriteria(l));
-  LONG expected[][2] = {{1, 1}, {3, 3}, {5, 2}, {5, 0}};
-  for (LONG i = 0; i < 4; ++i) {
-    EXPECT_EQ(expected[i][0], Ints(l)[2 * i]);
-    EXPECT_EQ(expected[i][1], Ints(l)[2 * i + 1]);
-  }
+  EXPECT_EQ((std::vector<LONG>{1, 1, 3, 3, 5, 2, 5, 0}), std::vector<LONG>(Ints(l), Ints(l) + 8));
   EXPECT_EQ(S_OK, KyList_Sort(l, 3, nullptr));  // stores criteria only
   EXPECT_EQ(3, KyList_GetSortCriteria(l));
 }
@@ -445,11 +426,9 @@ TEST(ListSearch, SortedSearchesOnRanges) {
       {20, 1, 1, 1, 1},  {25, 1, 1, -1, 2},  {15, 1, 2, -1, 1},
   };
   for (auto c : cases) {
-    EXPECT_EQ(c.found, KyList_FindSortedItemRange(l, &c.key, c.start, c.count, CompareInts))
-        << c.key << " @" << c.start << "+" << c.count;
-    EXPECT_EQ(c.insert,
-              KyList_FindSortedInsertIndexRange(l, &c.key, c.start, c.count, CompareInts))
-        << c.key << " @" << c.start << "+" << c.count;
+    SCOPED_TRACE(testing::Message() << c.key << " @" << c.start << "+" << c.count);
+    EXPECT_EQ(c.found, KyList_FindSortedItemRange(l, &c.key, c.start, c.count, CompareInts));
+    EXPECT_EQ(c.insert, KyList_FindSortedInsertIndexRange(l, &c.key, c.start, c.count, CompareInts));
   }
 }
 
@@ -520,8 +499,7 @@ TEST(ListThreads, ThreadSafeListLosesNoItem) {
   WaitForMultipleObjects(kThreads, threads, TRUE, INFINITE);
   for (LONG t = 0; t < kThreads; ++t) CloseHandle(threads[t]);
   ASSERT_EQ(kThreads * kPerThread, l->count);
-  std::vector<LONG> seen;
-  for (LONG i = 0; i < l->count; ++i) seen.push_back(*static_cast<LONG *>(Ptrs(l)[i]));
+  std::vector<LONG> seen = HeapContents(l);
   std::sort(seen.begin(), seen.end());
   for (LONG i = 0; i < kThreads * kPerThread; ++i) EXPECT_EQ(i, seen[i]);
 }

@@ -95,10 +95,7 @@ TEST_F(ABufferFrame, PoolWrapsAroundWithinAFrame) {
   EXPECT_EQ(4000, records);
   ab.EndFrame();
   // Bars 5..24 (the last 4000 regions) are drawn whole; bar 0's column stays black.
-  for (int y = 0; y < 200; ++y) {
-    EXPECT_EQ(0xFFFFFFFFu, c.At(2 * 24 + 1, y));
-    EXPECT_EQ(0xFFFFFFFFu, c.At(2 * 5 + 1, y));
-  }
+  for (int y = 0; y < 200; ++y) EXPECT_TRUE(c.At(2 * 24 + 1, y) == 0xFFFFFFFFu && c.At(2 * 5 + 1, y) == 0xFFFFFFFFu) << y;
   EXPECT_EQ(0xFF000000u, c.At(1, 100));
 }
 
@@ -108,10 +105,10 @@ TEST_F(ABufferFrame, RowsAndColumnsAtTheLimits) {
   // Covers the whole destination and far beyond on every side.
   KY3DPOLY big = Flat({V(-50, -50), V(60, -50), V(60, 60), V(-50, 60)}, 0xFF0000FFu);
   ASSERT_EQ(1, ab.DrawPoly(&big, 0, 0));
-  // A region starting in the last column ends its row's activation: not drawn.
-  KY3DPOLY last = Flat({V(7.25f, 0), V(8, 0), V(8, 1), V(7.25f, 1)}, 0xFF00FF00u);
   ab.EndFrame();
   for (DWORD px : c.px) EXPECT_EQ(0xFF0000FFu, px);
+  // A region starting in the last column ends its row's activation: not drawn.
+  KY3DPOLY last = Flat({V(7.25f, 0), V(8, 0), V(8, 1), V(7.25f, 1)}, 0xFF00FF00u);
   Canvas d(8, 4);
   Begin(d);
   ASSERT_EQ(1, ab.DrawPoly(&last, 0, 0));
@@ -124,10 +121,7 @@ TEST_F(ABufferFrame, OffsetsMoveThePolygon) {
   Canvas c(32, 32);
   KY3DPOLY a = Flat({V(3.3f, 4.1f), V(20.7f, 6.2f), V(9.9f, 17.4f)}, 0xFFFFFFFFu);
   KY3DPOLY b = a;
-  for (int i = 0; i < 3; ++i) {
-    b.v[i].x += 5.25f;
-    b.v[i].y += 7.5f;
-  }
+  for (int i = 0; i < 3; ++i) b.v[i].x += 5.25f, b.v[i].y += 7.5f;
   Begin(c);
   ASSERT_EQ(1, ab.DrawPoly(&a, 5.25, 7.5));
   const CoverageMap ma = Coverage(ab, 32, 32);
@@ -176,23 +170,17 @@ TEST_F(ABufferFrame, HalfCoveredPixelAndHidingOrder) {
   EXPECT_EQ(0u, (c.At(10, 2) >> 8) & 0xFF) << "green is hidden";
 }
 
-}  // namespace
-
 // A background drawn first over the whole frame: a later polygon that starts further right
 // shows wholly where it covers whole pixels, and over the background by its share of the
 // sub-pixels on its edge.
-TEST(ABufferFrameSetup, BackgroundDrawnFirstHidesNothingLater) {
-  A_Buffer ab;
-  ASSERT_EQ(1, ab.Init());
+TEST_F(ABufferFrame, BackgroundDrawnFirstHidesNothingLater) {
   Canvas c(16, 4);
-  tA_BUFFER_PARAM prm = Params(c);
-  ASSERT_EQ(1, ab.BeginFrame(&prm));
+  Begin(c);
   KY3DPOLY back = Flat({V(0, 0), V(16, 0), V(16, 4), V(0, 4)}, 0xFF404040u);
   KY3DPOLY white = Flat({V(4.5f, 0), V(9, 0), V(9, 4), V(4.5f, 4)}, 0xFFFFFFFFu);
   ASSERT_EQ(1, ab.DrawPoly(&back, 0, 0));
   ASSERT_EQ(1, ab.DrawPoly(&white, 0, 0));
   ab.EndFrame();
-  ab.Cleanup();
   const DWORD mix = (0x40 * 512 + 255 * 512 + 512) >> 10;  // 160
   for (int y = 0; y < 4; ++y) {
     EXPECT_EQ(0xFF404040u, c.At(3, y));
@@ -201,3 +189,5 @@ TEST(ABufferFrameSetup, BackgroundDrawnFirstHidesNothingLater) {
     EXPECT_EQ(0xFF404040u, c.At(9, y));
   }
 }
+
+}  // namespace

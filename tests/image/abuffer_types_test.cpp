@@ -91,10 +91,8 @@ TEST_P(ABufferTypes, MatchesTheExchangeOfARgbaRendering) {
     }
   }
   EXPECT_EQ(0, differing) << "type " << type;
-  // Something was drawn.
-  bool any = false;
-  for (LONG i = 0; i < stride * kH && !any; ++i) any = PixelsOf(dst)[i] != 0;
-  EXPECT_TRUE(any) << "type " << type;
+  EXPECT_TRUE(std::any_of(PixelsOf(dst), PixelsOf(dst) + stride * kH, [](BYTE b) { return b != 0; }))
+      << "nothing drawn, type " << type;
   KyDibFree(dst, 0);
   KyDibFree(ref, 0);
 }
@@ -126,14 +124,8 @@ TEST(ABufferTextures, PalettisedTextureMatchesItsExpansion) {
     A_Buffer ab;
     ASSERT_EQ(1, ab.Init());
     ASSERT_EQ(1, ab.BeginFrame(&prm));
-    KY3DPOLY q;
-    memset(&q, 0, sizeof(q));
-    q.count = 4;
+    KY3DPOLY q = Flat({V(2, 3, 0, 0, 1.0f), V(29, 1, 1, 0, 0.5f), V(30, 30, 1, 1, 0.5f), V(1, 28, 0, 1, 1.0f)}, 0);
     q.state = KY3DRS_TEXTURED;
-    q.v[0] = V(2, 3, 0, 0, 1.0f);
-    q.v[1] = V(29, 1, 1, 0, 0.5f);
-    q.v[2] = V(30, 30, 1, 1, 0.5f);
-    q.v[3] = V(1, 28, 0, 1, 1.0f);
     ASSERT_EQ(1, ab.DrawPoly(&q, 0, 0));
     ab.EndFrame();
     ab.Cleanup();

@@ -4,6 +4,7 @@
 
 #include <math.h>
 #include <algorithm>
+#include <numeric>
 #include <string.h>
 #include <vector>
 
@@ -19,15 +20,14 @@ struct Canvas {
   DWORD &At(int x, int y) { return px[(h - 1 - y) * w + x]; }  // y from the top
 };
 
+inline BITMAPINFOHEADER Header32(int w, int h, DWORD compression) {
+  return BITMAPINFOHEADER{sizeof(BITMAPINFOHEADER), w, h, 1, 32, compression, 0, 0, 0, 0, 0};
+}
+
 inline tA_BUFFER_PARAM Params(Canvas &c, float opacity = 1.0f) {
   tA_BUFFER_PARAM p;
   memset(&p, 0, sizeof(p));
-  p.dstHeader.biSize = sizeof(BITMAPINFOHEADER);
-  p.dstHeader.biWidth = c.w;
-  p.dstHeader.biHeight = c.h;
-  p.dstHeader.biPlanes = 1;
-  p.dstHeader.biBitCount = 32;
-  p.dstHeader.biCompression = KY_BI_KYDB;  // 32-bit with alpha: every byte is kept
+  p.dstHeader = Header32(c.w, c.h, KY_BI_KYDB);  // 32-bit with alpha: every byte is kept
   p.dstPixels = c.px.data();
   p.dstStride = c.w * 4;
   p.opacity = opacity;
@@ -36,12 +36,7 @@ inline tA_BUFFER_PARAM Params(Canvas &c, float opacity = 1.0f) {
 
 inline void AddTexture(tA_BUFFER_PARAM &p, int w, int h, const DWORD *pixels) {
   tKYABUFFERTEXTURE &t = p.textures[p.textureCount++];
-  t.header.biSize = sizeof(BITMAPINFOHEADER);
-  t.header.biWidth = w;
-  t.header.biHeight = h;
-  t.header.biPlanes = 1;
-  t.header.biBitCount = 32;
-  t.header.biCompression = BI_RGB;
+  t.header = Header32(w, h, BI_RGB);
   t.pixels = const_cast<DWORD *>(pixels);
   t.stride = w * 4;
 }
@@ -78,14 +73,13 @@ protected:
 // BeginFrame, found by walking the row lists with the exported stepping and mask code.
 // With `maskOut` the per-pixel masks of the regions are OR-ed and their overlaps counted.
 struct CoverageMap {
-  int w, h;
   std::vector<int> cov;
   std::vector<SUBPIXELMASK> masks;
   long long overlapBits = 0;
 };
 
 inline CoverageMap Coverage(A_Buffer &ab, int w, int h) {
-  CoverageMap m{w, h, std::vector<int>(w * h, 0), std::vector<SUBPIXELMASK>(w * h), 0};
+  CoverageMap m{std::vector<int>(w * h, 0), std::vector<SUBPIXELMASK>(w * h), 0};
   memset(m.masks.data(), 0, sizeof(SUBPIXELMASK) * w * h);
   static SCANLINESTEP st;
   for (int row = 0; row < h && row < KY_ABUFFER_MAX_ROWS; ++row) {
@@ -119,37 +113,26 @@ inline CoverageMap Coverage(A_Buffer &ab, int w, int h) {
   return m;
 }
 
-inline long long Sum(const std::vector<int> &v) {
-  long long s = 0;
-  for (int c : v) s += c;
-  return s;
-}
+inline long long Sum(const std::vector<int> &v) { return std::accumulate(v.begin(), v.end(), 0LL); }
 
 // Exact area (pixels) of a simple polygon by the shoelace formula, vertices rounded to the
-// rasteriser's 18.14 grid first.
+// rasteriser's 18.14 grid first; its perimeter; and the horizontal travel of its edges.
 inline double Area(const KY3DPOLY &p) {
+  auto grid = [](float c) { return floor(c * 16384.0 + 0.5) / 16384.0; };
   double a = 0;
   for (int i = 0; i < p.count; ++i) {
     const KY3DVERTEX &u = p.v[i], &v = p.v[(i + 1) % p.count];
-    const double ux = floor(u.x * 16384.0 + 0.5) / 16384.0, uy = floor(u.y * 16384.0 + 0.5) / 16384.0;
-    const double vx = floor(v.x * 16384.0 + 0.5) / 16384.0, vy = floor(v.y * 16384.0 + 0.5) / 16384.0;
-    a += ux * vy - vx * uy;
+    a += grid(u.x) * grid(v.y) - grid(v.x) * grid(u.y);
   }
   return fabs(a) / 2;
 }
 
-inline double Perimeter(const KY3DPOLY &p) {
+inline double Perimeter(const KY3DPOLY &p, bool onlyX = false) {
   double s = 0;
   for (int i = 0; i < p.count; ++i) {
     const KY3DVERTEX &u = p.v[i], &v = p.v[(i + 1) % p.count];
-    s += hypot(v.x - u.x, v.y - u.y);
+    s += onlyX ? fabs(v.x - u.x) : hypot(v.x - u.x, v.y - u.y);
   }
-  return s;
-}
-
-inline double TravelX(const KY3DPOLY &p) {
-  double s = 0;
-  for (int i = 0; i < p.count; ++i) s += fabs(p.v[(i + 1) % p.count].x - p.v[i].x);
   return s;
 }
 

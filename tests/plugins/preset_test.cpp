@@ -5,6 +5,8 @@
 #include "ky_preset.h"
 #include "ky_status.h"
 
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -21,27 +23,18 @@ std::vector<BYTE> Pattern(size_t n, int seed) {
   return v;
 }
 
-bool QueryValue(const char *key, const char *name, DWORD *type, std::vector<BYTE> *data) {
-  HKEY k;
-  if (RegOpenKeyExA(HKEY_CURRENT_USER, key, 0, KEY_QUERY_VALUE, &k) != ERROR_SUCCESS) return false;
-  DWORD size = 0;
-  LONG err = RegQueryValueExA(k, name, nullptr, type, nullptr, &size);
-  if (err == ERROR_SUCCESS && data) {
-    data->assign(size, 0);
-    err = RegQueryValueExA(k, name, nullptr, type, data->data(), &size);
-  }
-  RegCloseKey(k);
-  return err == ERROR_SUCCESS;
+// Whether the value exists; its type and bytes (up to 1 KiB) when asked for.
+bool QueryValue(const char *key, const char *name, DWORD *type = nullptr, std::vector<BYTE> *data = nullptr) {
+  BYTE buf[1024];
+  DWORD size = sizeof buf;
+  if (RegGetValueA(HKEY_CURRENT_USER, key, name, RRF_RT_ANY | RRF_NOEXPAND, type, buf, &size)) return false;
+  if (data) data->assign(buf, buf + size);
+  return true;
 }
 
 std::vector<BYTE> FileBytes(const std::string &path) {
-  std::vector<BYTE> out;
-  FILE *f = fopen(path.c_str(), "rb");
-  if (!f) return out;
-  int c;
-  while ((c = fgetc(f)) != EOF) out.push_back(static_cast<BYTE>(c));
-  fclose(f);
-  return out;
+  std::ifstream f(path, std::ios::binary);
+  return std::vector<BYTE>(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
 }
 
 bool Exists(const std::string &path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
@@ -51,8 +44,7 @@ protected:
   TestEffect fx;
   std::string folder;
   void SetUp() override {
-    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\DirectShow\\Presets");
-    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\DXTransform\\Presets");
+    TearDown();
     folder = kytest::TempDir("presets") + "saved";
     ASSERT_EQ(KyDSFilter_SetDefaultSavePath(folder.c_str(), 0), S_OK);
   }
@@ -83,13 +75,11 @@ TEST_F(Presets, DefaultSavePathIsExpandedAndChecked) {
   EXPECT_EQ(KyDSFilter_GetDefaultSavePath(nullptr, 10, 1), E_POINTER);
   EXPECT_EQ(KyDSFilter_SetDefaultSavePath(nullptr, 1), E_POINTER);
 
-  HKEY k;
-  ASSERT_EQ(RegOpenKeyExA(HKEY_CURRENT_USER, "Software\\DXTransform\\Presets", 0, KEY_SET_VALUE, &k), ERROR_SUCCESS);
-  RegSetValueExA(k, "DefLocation", 0, REG_SZ, reinterpret_cast<const BYTE *>("C:\\x"), 5);
+  const char *dx = "Software\\DXTransform\\Presets";
+  RegSetKeyValueA(HKEY_CURRENT_USER, dx, "DefLocation", REG_SZ, "C:\\x", 5);
   EXPECT_EQ(KyDSFilter_GetDefaultSavePath(buf, sizeof buf, 1), 1);  // not REG_EXPAND_SZ
-  RegDeleteValueA(k, "DefLocation");
+  RegDeleteKeyValueA(HKEY_CURRENT_USER, dx, "DefLocation");
   EXPECT_EQ(KyDSFilter_GetDefaultSavePath(buf, sizeof buf, 1), 1);  // missing
-  RegCloseKey(k);
 }
 
 TEST_F(Presets, InlineUpTo256BytesAndFilesAbove) {
@@ -103,8 +93,7 @@ TEST_F(Presets, InlineUpTo256BytesAndFilesAbove) {
   EXPECT_EQ(data, small);
   ASSERT_TRUE(QueryValue(kKey, "Large", &type, &data));
   EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
-  std::string path(data.begin(), data.end());
-  path = path.c_str();
+  const std::string path = reinterpret_cast<const char *>(data.data());
   EXPECT_EQ(path, folder + "\\Large.dxp");
   EXPECT_EQ(FileBytes(path), large);
 
@@ -115,21 +104,17 @@ TEST_F(Presets, InlineUpTo256BytesAndFilesAbove) {
   LONG count = -1;
   ASSERT_EQ(KyDSFilter_GetPresetCount(fx.Unknown(), &count, 0), S_OK);
   EXPECT_EQ(count, 2);
-  std::vector<std::string> names;
-  for (LONG i = 0; i < 3; ++i) {
-    char name[64];
+  std::string names;
+  char name[64];
+  for (LONG i = 0; i < 2; ++i) {
     DWORD size = sizeof name;
-    HRESULT hr = KyDSFilter_GetPresetName(fx.Unknown(), i, name, &size, 0);
-    if (i == 2) {
-      EXPECT_EQ(hr, HRESULT_FROM_WIN32(ERROR_NO_MORE_ITEMS));
-    } else {
-      ASSERT_EQ(hr, S_OK);
-      EXPECT_EQ(size, strlen(name));
-      names.push_back(name);
-    }
+    ASSERT_EQ(KyDSFilter_GetPresetName(fx.Unknown(), i, name, &size, 0), S_OK);
+    EXPECT_EQ(size, strlen(name));
+    names += std::string(name) + ";";
   }
-  EXPECT_TRUE((names == std::vector<std::string>{"Small", "Large"}) ||
-              (names == std::vector<std::string>{"Large", "Small"}));
+  EXPECT_TRUE(names == "Small;Large;" || names == "Large;Small;") << names;
+  DWORD size = sizeof name;
+  EXPECT_EQ(KyDSFilter_GetPresetName(fx.Unknown(), 2, name, &size, 0), HRESULT_FROM_WIN32(ERROR_NO_MORE_ITEMS));
 }
 
 TEST_F(Presets, OverwriteReplacesValuesButDoesNotTruncateFiles) {
@@ -152,21 +137,19 @@ TEST_F(Presets, NamesUnfitForFilesAndMissingFiles) {
   ASSERT_EQ(Save(name, state), S_OK);
   std::string file = folder + "\\Warm_ glow_soft_ _v2__.dxp";
   EXPECT_TRUE(Exists(file));
-  DWORD type = 0;
-  EXPECT_TRUE(QueryValue(kKey, name, &type, nullptr));  // the value keeps the name as given
+  EXPECT_TRUE(QueryValue(kKey, name));  // the value keeps the name as given
   EXPECT_EQ(Load(name), state);
 
   // The file deleted behind the registry's back: loading fails, deleting still works.
   ASSERT_TRUE(DeleteFileA(file.c_str()));
   Load(name, KYERR_FILE_OPEN);
   EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), name, 0), S_OK);
-  EXPECT_FALSE(QueryValue(kKey, name, &type, nullptr));
+  EXPECT_FALSE(QueryValue(kKey, name));
 
   // Deleting a file preset removes its file; deleting a binary one touches no file.
   ASSERT_EQ(Save("F", Pattern(300, 1)), S_OK);
   ASSERT_EQ(Save("B", Pattern(3, 1)), S_OK);
-  HANDLE keep = CreateFileA((folder + "\\B.dxp").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-  CloseHandle(keep);
+  std::ofstream(folder + "\\B.dxp").put('x');
   EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), "F", 0), S_OK);
   EXPECT_FALSE(Exists(folder + "\\F.dxp"));
   EXPECT_EQ(KyDSFilter_DeletePreset(fx.Unknown(), "B", 0), S_OK);
@@ -189,9 +172,8 @@ TEST_F(Presets, FamiliesKeysAndFailures) {
   fx.classIdStatus = S_OK;
 
   ASSERT_EQ(Save("Dx", Pattern(8, 1), 1), S_OK);
-  DWORD type;
-  EXPECT_TRUE(QueryValue(kDxKey, "Dx", &type, nullptr));
-  EXPECT_FALSE(QueryValue(kKey, "Dx", &type, nullptr));
+  EXPECT_TRUE(QueryValue(kDxKey, "Dx"));
+  EXPECT_FALSE(QueryValue(kKey, "Dx"));
   EXPECT_EQ(Load("Dx", S_OK, 1), Pattern(8, 1));
   EXPECT_EQ(KyDSFilter_LoadPreset(fx.Unknown(), "missing", 1), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
 
@@ -199,7 +181,7 @@ TEST_F(Presets, FamiliesKeysAndFailures) {
   // leaves no registry value.
   KyDSFilter_SetDefaultSavePath("Q:\\no\\such\\drive", 0);
   EXPECT_EQ(Save("Nowhere", Pattern(300, 1)), KYERR_FILE_CREATE);
-  EXPECT_FALSE(QueryValue(kKey, "Nowhere", &type, nullptr));
+  EXPECT_FALSE(QueryValue(kKey, "Nowhere"));
 }
 
 TEST(PresetFiles, ValidateFileNameAndCreateDirectory) {
@@ -210,7 +192,7 @@ TEST(PresetFiles, ValidateFileNameAndCreateDirectory) {
       {"CONSOLE", "CONSOLE", 0},       {"tab\there", "tab_here", 1}};
   for (auto &c : cases) {
     char buf[64];
-    strcpy(buf, c.in);
+    lstrcpyA(buf, c.in);
     EXPECT_EQ(KyValidateFileName(buf, 0), c.changed) << c.in;
     EXPECT_STREQ(buf, c.in);  // mode 0 only counts
     EXPECT_EQ(KyValidateFileName(buf, 1), c.changed) << c.in;

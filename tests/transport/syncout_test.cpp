@@ -1,7 +1,5 @@
 // MIDI time-code output, driven through the library's MIDI sink and a clock the test
 // advances, plus one run on the real multimedia timer.
-#include <gtest/gtest.h>
-
 #include "ky_testutil.h"
 #include "ky_syncout.h"
 
@@ -12,10 +10,7 @@ namespace {
 typedef void(WINAPI *MidiSink)(void *, DWORD, const BYTE *, DWORD);
 typedef DWORD(WINAPI *SyncClock)(void *);
 
-struct Message {
-  DWORD shortMsg;
-  std::vector<BYTE> data;
-};
+struct Message { DWORD shortMsg; std::vector<BYTE> data; };
 
 std::vector<Message> g_sent;
 volatile LONG g_sentCount;
@@ -73,10 +68,7 @@ protected:
     Tick(h);
   }
   void ExpectTimeCode(LONG hh, LONG mm, LONG ss, LONG ff) {
-    EXPECT_EQ(hh, h->hours);
-    EXPECT_EQ(mm, h->minutes);
-    EXPECT_EQ(ss, h->seconds);
-    EXPECT_EQ(ff, h->frames);
+    EXPECT_EQ((std::vector<LONG>{hh, mm, ss, ff}), (std::vector<LONG>{h->hours, h->minutes, h->seconds, h->frames}));
   }
   HKYSYNCOUT h = nullptr;
 };
@@ -101,10 +93,7 @@ TEST(TimerService, RecordsMeasureFromTheirReference) {
 }
 
 TEST_F(Mtc, FullFrameMessageCarriesRateBits) {
-  const struct {
-    LONG type;
-    BYTE hoursByte;
-  } cases[] = {{1, 0x60 | 13}, {2, 0x40 | 13}, {3, 0x20 | 13}, {4, 13}, {5, 13}};
+  const struct { LONG type; BYTE hoursByte; } cases[] = {{1, 0x60 | 13}, {2, 0x40 | 13}, {3, 0x20 | 13}, {4, 13}, {5, 13}};
   for (const auto &c : cases) {
     g_sent.clear();
     SetTimeCode(c.type, 13, 45, 7, 21);
@@ -138,11 +127,7 @@ TEST_F(Mtc, TypeFiveAnnouncesTwentyFourInQuarterFrames) {
 }
 
 TEST_F(Mtc, RateRatiosCarryTheirRemainder) {
-  const struct {
-    LONG type;
-    BOOL trueRate;
-    size_t perTenSeconds;
-  } cases[] = {{1, TRUE, 1200}, {1, FALSE, 1198}, {2, TRUE, 1198}, {3, TRUE, 1000},
+  const struct { LONG type; BOOL trueRate; size_t perTenSeconds; } cases[] = {{1, TRUE, 1200}, {1, FALSE, 1198}, {2, TRUE, 1198}, {3, TRUE, 1000},
                {4, TRUE, 960},  {5, TRUE, 1200},  {5, FALSE, 1198}};
   for (const auto &c : cases) {
     SetTimeCode(c.type, 0, 0, 0, 0);
@@ -153,36 +138,29 @@ TEST_F(Mtc, RateRatiosCarryTheirRemainder) {
 }
 
 TEST_F(Mtc, DropFrameSkipsLabelsExceptEveryTenthMinute) {
-  const struct {
-    LONG mm, ss, ff;
-    LONG wantMm, wantSs, wantFf;
-  } cases[] = {{0, 59, 29, 1, 0, 3}, {9, 59, 29, 10, 0, 1}, {0, 10, 28, 0, 11, 0}};
+  // The last row: hours wrap, and minute 0 is a tenth minute.
+  const struct { LONG hh, mm, ss, ff, wantMm, wantSs, wantFf; } cases[] = {
+      {0, 0, 59, 29, 1, 0, 3}, {0, 9, 59, 29, 10, 0, 1}, {0, 0, 10, 28, 0, 11, 0}, {23, 59, 59, 29, 0, 0, 1}};
   for (const auto &c : cases) {
-    SetTimeCode(2, 0, c.mm, c.ss, c.ff);
+    SetTimeCode(2, c.hh, c.mm, c.ss, c.ff);
     Start(0);
     Run(67);  // 67 ms x 2997/25000 -> eight quarter frames, two frames on
     ASSERT_EQ(8u, g_sent.size());
     ExpectTimeCode(0, c.wantMm, c.wantSs, c.wantFf);
   }
-  SetTimeCode(2, 23, 59, 59, 29);
-  Start(0);
-  Run(67);
-  ExpectTimeCode(0, 0, 0, 1);  // hours wrap; minute 0 is a tenth minute
 }
 
 TEST_F(Mtc, PositionLimitStopsTheStreamWithoutMovingBack) {
   SetTimeCode(1, 0, 0, 10, 0);
   Start(1000);
   syncoutSetParam(h, KYSYNCOUT_PARAM_POSLIMIT, 1500);
-  Run(2000);
-  EXPECT_EQ(1500u, h->position);
-  EXPECT_EQ(60u, g_sent.size());
-  ExpectTimeCode(0, 0, 10, 14);
-  syncoutSetParam(h, KYSYNCOUT_PARAM_POSLIMIT, 200);  // below the position
-  Run(1000);
-  EXPECT_EQ(1500u, h->position);
-  EXPECT_EQ(60u, g_sent.size());
-  ExpectTimeCode(0, 0, 10, 14);
+  for (DWORD limit : {1500, 200}) {  // the second one is below the position
+    syncoutSetParam(h, KYSYNCOUT_PARAM_POSLIMIT, limit);
+    Run(2000);
+    EXPECT_EQ(1500u, h->position);
+    EXPECT_EQ(60u, g_sent.size());
+    ExpectTimeCode(0, 0, 10, 14);
+  }
 }
 
 TEST_F(Mtc, HoldGapLimitAndFreeRun) {
@@ -239,6 +217,8 @@ TEST(MtcTimer, RealMultimediaTimerDrivesTheStreamAndStops) {
   SetSink(Count);
   HKYSYNCOUT h = syncoutAllocHandle();
   ASSERT_NE(nullptr, h);
+  EXPECT_EQ(-1, syncoutStartSmpte(h, 0, 0, TRUE));  // no timer period yet
+  EXPECT_EQ(0u, h->timerId);
   ASSERT_EQ(0u, syncoutOpen(h, 0));
   syncoutSetParam(h, KYSYNCOUT_PARAM_RATETYPE, 1);
   syncoutSetParam(h, KYSYNCOUT_PARAM_PERIOD, 10);
@@ -259,14 +239,6 @@ TEST(MtcTimer, RealMultimediaTimerDrivesTheStreamAndStops) {
   syncoutClose(h);
   syncoutFreeHandle(h);
   SetSink(nullptr);
-}
-
-TEST(MtcTimer, StartWithoutPeriodFails) {
-  HKYSYNCOUT h = syncoutAllocHandle();
-  ASSERT_NE(nullptr, h);
-  EXPECT_EQ(-1, syncoutStartSmpte(h, 0, 0, TRUE));
-  EXPECT_EQ(0u, h->timerId);
-  syncoutFreeHandle(h);
 }
 
 } // namespace
