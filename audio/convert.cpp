@@ -188,11 +188,21 @@ KYAUDIOCOPYFUNC PlainConverter(KYSAMPLETYPE dst, KYSAMPLETYPE src) {
   return kMatrix[di][si];
 }
 
+bool CpuHasSsse3() {
+  const LONG features = KyGetCPUSupport(KYCPU_FEATURES);
+  return features > 0 && (DWORD(features) & KYCPU_SSSE3) != 0;
+}
+
 // The float32 destination from 16 and 24 bits, and back, and float32 to float64 have
 // processor-specific variants: levels 0-1 the plain loop, 2-4 the SSE2 loop, 5 (16-bit to
 // float only) a second SSE2 loop that aligns its stores. Every variant gives the plain
 // loop's bits.
-KYAUDIOCOPYFUNC ConverterForLevel(KYSAMPLETYPE dst, KYSAMPLETYPE src, int level) {
+// The packed 24-bit pairs keep their level table (the 24-bit to float32 one stops at 4);
+// their SSE2 slot (levels 2-4) takes the byte-shuffle form instead when `ssse3` says the
+// processor has SSSE3, which the selector reads from the feature bits rather than from the
+// level, so a caller that reports level 2-4 with SSSE3 gets it too, and level 0-1 always
+// means the plain loop.
+KYAUDIOCOPYFUNC ConverterForLevel(KYSAMPLETYPE dst, KYSAMPLETYPE src, int level, bool ssse3) {
   if (level < 0) level = 0;
   if (dst == KYSAMPLE_F32 && src == KYSAMPLE_S16) {
     static const KYAUDIOCOPYFUNC table[6] = {nullptr, nullptr, S16ToF32Sse2, S16ToF32Sse2,
@@ -202,13 +212,15 @@ KYAUDIOCOPYFUNC ConverterForLevel(KYSAMPLETYPE dst, KYSAMPLETYPE src, int level)
   }
   if (dst == KYSAMPLE_F32 && src == KYSAMPLE_S24) {
     if (level > 4) level = 4;
-    return level >= 2 ? S24ToF32Sse2 : PlainConverter(dst, src);
+    if (level < 2) return PlainConverter(dst, src);
+    return ssse3 ? S24ToF32Ssse3 : S24ToF32Sse2;
   }
   if (dst == KYSAMPLE_S16 && src == KYSAMPLE_F32) {
     return level >= 2 ? F32ToS16Sse2 : PlainConverter(dst, src);
   }
   if (dst == KYSAMPLE_S24 && src == KYSAMPLE_F32) {
-    return level >= 2 ? F32ToS24Sse2 : PlainConverter(dst, src);
+    if (level < 2) return PlainConverter(dst, src);
+    return ssse3 ? F32ToS24Ssse3 : F32ToS24Sse2;
   }
   if (dst == KYSAMPLE_F64 && src == KYSAMPLE_F32) {
     return level >= 2 ? F32ToF64Sse2 : PlainConverter(dst, src);
@@ -217,7 +229,7 @@ KYAUDIOCOPYFUNC ConverterForLevel(KYSAMPLETYPE dst, KYSAMPLETYPE src, int level)
 }
 
 KYAUDIOCOPYFUNC FindConverter(KYSAMPLETYPE dst, KYSAMPLETYPE src) {
-  return ConverterForLevel(dst, src, CpuLevel(5));
+  return ConverterForLevel(dst, src, CpuLevel(5), CpuHasSsse3());
 }
 
 } // namespace ky::audio
@@ -250,10 +262,18 @@ extern "C" HRESULT WINAPI KyAudio_Copy(const WAVEFORMATEX *dstFormat, void *dst,
   return S_OK;
 }
 
-// Test seam: the converter of one processor level, so the variants can be compared with
+// Test seam: the converter of one processor level (SSE2 forms only), so the variants can be compared with
 // the plain loop on any machine.
 extern "C" KYAUDIOCOPYFUNC WINAPI KyInternal_AudioConverterForLevel(KYSAMPLETYPE dst,
                                                                     KYSAMPLETYPE src,
                                                                     LONG level) {
-  return ConverterForLevel(dst, src, int(level));
+  return ConverterForLevel(dst, src, int(level), false);
+}
+
+// Test seam: the converter of one processor level on a processor with the given feature
+// bits (KyGetCPUSupport(KYCPU_FEATURES) form). Callers pass only bits the processor has.
+extern "C" KYAUDIOCOPYFUNC WINAPI KyInternal_AudioConverterForCpu(KYSAMPLETYPE dst,
+                                                                  KYSAMPLETYPE src, LONG level,
+                                                                  DWORD features) {
+  return ConverterForLevel(dst, src, int(level), (features & KYCPU_SSSE3) != 0);
 }

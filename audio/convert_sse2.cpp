@@ -3,6 +3,7 @@
 // so their results are bit-identical; the samples that do not fill a whole block are
 // handed to the plain loop. Widening walks blocks from the end, narrowing from the start,
 // as the plain loops do, so a destination at the source's address is converted in place.
+#include "convert_simd.h"
 #include "convert_variants.h"
 #include "sample_io.h"
 
@@ -18,15 +19,6 @@ void PlainTail(KYSAMPLETYPE dst, KYSAMPLETYPE src, uint8_t *d, const uint8_t *s,
   if (n > 0) PlainConverter(dst, src)(d, s, n, gain);
 }
 
-// Float lanes -> truncated, clamped int32 lanes; NaN lanes become 0.
-inline __m128i TruncClamp4(__m128 v, __m128 lo, __m128 hi) {
-  v = _mm_and_ps(v, _mm_cmpord_ps(v, v));
-  return _mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(v, lo), hi));
-}
-inline __m128i TruncClamp2d(__m128d v, __m128d lo, __m128d hi) {
-  v = _mm_and_pd(v, _mm_cmpord_pd(v, v));
-  return _mm_cvttpd_epi32(_mm_min_pd(_mm_max_pd(v, lo), hi));
-}
 
 } // namespace
 
@@ -111,28 +103,13 @@ inline __m128i Unpack24(__m128i q, __m128i firstWord, __m128i secondWord) {
                       _mm_and_si128(_mm_slli_epi64(x, 8), secondWord));
 }
 
-// A source float whose magnitude is below the smallest normal gives |x * k| < 1 for any
-// factor |k| <= 2^100, which truncates to 0; such lanes are zeroed before the multiply, so
-// that denormal operands (slow on many processors) never reach the arithmetic. For larger
-// or non-finite factors nothing is zeroed (the threshold -1 passes every lane).
-inline int DenormalThreshold(double k) { return k >= -0x1p100 && k <= 0x1p100 ? 0x007FFFFF : -1; }
-inline __m128 LoadSkippingDenormals(const void *p, __m128i absMask, __m128i threshold) {
-  const __m128i bits = _mm_loadu_si128(static_cast<const __m128i *>(p));
-  return _mm_castsi128_ps(
-      _mm_and_si128(bits, _mm_cmpgt_epi32(_mm_and_si128(bits, absMask), threshold)));
-}
-
 } // namespace
 
 template <bool kUnity>
 static void S24ToF32Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
-  const __m128 scale = _mm_set1_ps(1.0f / 2147483648.0f);
   const __m128 g = _mm_set1_ps(gain);
   const __m128i w0 = _mm_set_epi32(0, -256, 0, -256), w1 = _mm_set_epi32(-256, 0, -256, 0);
-  auto convert4 = [&](__m128i q) {
-    const __m128 f = _mm_mul_ps(_mm_cvtepi32_ps(Unpack24(q, w0, w1)), scale);
-    return kUnity ? f : _mm_mul_ps(f, g);
-  };
+  auto convert4 = [&](__m128i q) { return S24WordsToF32<kUnity>(Unpack24(q, w0, w1), g); };
   for (LONG b = blocks; b-- > 0;) {
     const __m128i *in = reinterpret_cast<const __m128i *>(s + b * 48);
     // All loads come before the stores: in place, this block's output covers its input.
@@ -197,37 +174,14 @@ void WINAPI F32ToS16Sse2(void *dstv, const void *srcv, LONG n, float gain) {
 // unity and gain loops are separate so that each keeps its constants in registers.
 template <bool kUnity>
 static void F32ToS24Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
-  const __m128i absMask = _mm_set1_epi32(0x7FFFFFFF);
-  const double k = kUnity ? 8388608.0 : double(gain) * 8388608.0;
-  const __m128i thr = _mm_set1_epi32(DenormalThreshold(k));
-  auto convert4 = [&](const uint8_t *p) {
-    if (kUnity) {
-      // Denormal and NaN lanes are both zeroed in the integer domain; the product of the
-      // rest by 2^23 is never NaN, so no ordered compare is needed after the multiply.
-      const __m128i bits = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-      const __m128i mag = _mm_and_si128(bits, absMask);
-      const __m128i keep = _mm_andnot_si128(_mm_cmpgt_epi32(mag, _mm_set1_epi32(0x7F800000)),
-                                            _mm_cmpgt_epi32(mag, thr));
-      const __m128 y = _mm_mul_ps(_mm_castsi128_ps(_mm_and_si128(bits, keep)),
-                                  _mm_set1_ps(8388608.0f));
-      return _mm_cvttps_epi32(
-          _mm_min_ps(_mm_max_ps(y, _mm_set1_ps(-8388608.0f)), _mm_set1_ps(8388607.0f)));
-    }
-    const __m128 x = LoadSkippingDenormals(p, absMask, thr);
-    // A gain makes the product inexact: formed in double as the plain loop does.
-    const __m128d kd = _mm_set1_pd(k), lod = _mm_set1_pd(-8388608.0),
-                  hid = _mm_set1_pd(8388607.0);
-    const __m128i a = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(x), kd), lod, hid);
-    const __m128i c = TruncClamp2d(_mm_mul_pd(_mm_cvtps_pd(_mm_movehl_ps(x, x)), kd), lod, hid);
-    return _mm_unpacklo_epi64(a, c);
-  };
+  const F32ToS24Lanes<kUnity> convert(gain);
   const __m128i even24 = _mm_set_epi32(0, 0xFFFFFF, 0, 0xFFFFFF);
   const __m128i odd24 = _mm_set_epi32(0xFFFFFF, 0, 0xFFFFFF, 0);
   for (LONG b = 0; b < blocks; ++b) {
     const uint8_t *in = s + b * 64;
     uint8_t *out = d + b * 48;
     for (int g = 0; g < 4; ++g) {
-      const __m128i v = convert4(in + 16 * g);
+      const __m128i v = convert(in + 16 * g);
       // Each 64-bit lane: first sample in bytes 0-2, second moved down from 4-6 to 3-5;
       // the two lanes go out as overlapping 8-byte stores 6 bytes apart.
       const __m128i lanes = _mm_or_si128(_mm_and_si128(v, even24),

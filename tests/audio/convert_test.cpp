@@ -2,6 +2,7 @@
 // against the plain loops, and in-place conversion against out-of-place.
 #include "ky_testutil.h"
 #include "audio_ref.h"
+#include "ky_kernel.h"
 
 #include <set>
 #include <string>
@@ -130,7 +131,13 @@ TEST(AudioConvert, FloatToSixteenBitExamples) {
 TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
   auto forLevel = kytest::Export<KYAUDIOCOPYFUNC(WINAPI *)(KYSAMPLETYPE, KYSAMPLETYPE, LONG)>(
       "KyInternal_AudioConverterForLevel");
+  auto forCpu =
+      kytest::Export<KYAUDIOCOPYFUNC(WINAPI *)(KYSAMPLETYPE, KYSAMPLETYPE, LONG, DWORD)>(
+          "KyInternal_AudioConverterForCpu");
   ASSERT_NE(forLevel, nullptr);
+  ASSERT_NE(forCpu, nullptr);
+  // The byte-shuffle loops run only where the processor has them.
+  const bool ssse3 = (DWORD(KyGetCPUSupport(KYCPU_FEATURES)) & KYCPU_SSSE3) != 0;
   const KYSAMPLETYPE pairs[][2] = {{KYSAMPLE_F32, KYSAMPLE_S16},
                                    {KYSAMPLE_F32, KYSAMPLE_S24},
                                    {KYSAMPLE_S16, KYSAMPLE_F32},
@@ -142,15 +149,30 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
     KYAUDIOCOPYFUNC plain = forLevel(d, s, 0);
     ASSERT_NE(plain, nullptr);
     EXPECT_EQ(forLevel(d, s, -1), plain);
+    EXPECT_EQ(forCpu(d, s, 1, KYCPU_SSSE3), plain) << Pair(d, s, 1) << " level 1 is plain";
+    EXPECT_EQ(forCpu(d, s, 3, 0), forLevel(d, s, 3));
+    // Levels -1..7 of the SSE2 forms, then levels 2..5 with SSSE3 reported.
+    struct Variant {
+      KYAUDIOCOPYFUNC f;
+      std::string name;
+    };
+    std::vector<Variant> list;
+    for (LONG level = -1; level <= 7; ++level)
+      list.push_back({forLevel(d, s, level), "level " + std::to_string(level)});
+    if (ssse3) {
+      for (LONG level = 2; level <= 5; ++level)
+        list.push_back({forCpu(d, s, level, KYCPU_SSSE3), "ssse3 level " + std::to_string(level)});
+    }
     std::set<KYAUDIOCOPYFUNC> variants;
     const std::vector<uint8_t> src = SourceSamples(s, seed);
     const size_t total = src.size() / Of(s).bytes;
-    for (LONG level = 0; level <= 7; ++level) {
-      KYAUDIOCOPYFUNC f = forLevel(d, s, level);
-      variants.insert(f);
+    for (const Variant &v : list) {
+      KYAUDIOCOPYFUNC f = v.f;
+      if (!variants.insert(f).second) continue; // already compared
       // Lengths around the block sizes, at odd offsets, so every tail path runs.
       for (size_t n : {size_t(0), size_t(1), size_t(5), size_t(6), size_t(7), size_t(9),
-                       size_t(17), size_t(33), total - 3, total}) {
+                       size_t(15), size_t(16), size_t(17), size_t(33), size_t(48), total - 3,
+                       total}) {
         for (size_t off : {size_t(0), size_t(1)}) {
           if (off + n > total) continue;
           // The last gain is large enough for a denormal source sample to reach +-1 and more.
@@ -158,24 +180,23 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
             std::vector<uint8_t> a(n * Of(d).bytes + 16, 0xEE), b = a;
             plain(a.data() + 1, &src[off * Of(s).bytes], LONG(n), g);
             f(b.data() + 1, &src[off * Of(s).bytes], LONG(n), g);
-            ASSERT_EQ(a, b) << Pair(d, s, g) << " level " << level << " n " << n
-                            << " offset " << off;
+            ASSERT_EQ(a, b) << Pair(d, s, g) << " " << v.name << " n " << n << " offset " << off;
           }
         }
       }
+      // In place, at a gain and at unity.
+      for (float g : {0.5f, 1.0f}) {
+        std::vector<uint8_t> want(total * Of(d).bytes);
+        plain(want.data(), src.data(), LONG(total), g);
+        std::vector<uint8_t> buf(total * (Of(d).bytes > Of(s).bytes ? Of(d).bytes : Of(s).bytes));
+        memcpy(buf.data(), src.data(), src.size());
+        f(buf.data(), buf.data(), LONG(total), g);
+        buf.resize(want.size());
+        EXPECT_TRUE(buf == want) << Pair(d, s, g) << " in place, " << v.name;
+      }
     }
-    // In place, every level.
-    for (LONG level = 0; level <= 5; ++level) {
-      KYAUDIOCOPYFUNC f = forLevel(d, s, level);
-      std::vector<uint8_t> want(total * Of(d).bytes);
-      plain(want.data(), src.data(), LONG(total), 0.5f);
-      std::vector<uint8_t> buf(total * (Of(d).bytes > Of(s).bytes ? Of(d).bytes : Of(s).bytes));
-      memcpy(buf.data(), src.data(), src.size());
-      f(buf.data(), buf.data(), LONG(total), 0.5f);
-      buf.resize(want.size());
-      EXPECT_TRUE(buf == want) << Pair(d, s, 0.5f) << " in place, level " << level;
-    }
-    EXPECT_GE(variants.size(), 2u) << Pair(d, s, 1) << " has no processor variant";
+    const bool shuffled = ssse3 && s != KYSAMPLE_S16 && d != KYSAMPLE_S16 && d != KYSAMPLE_F64;
+    EXPECT_GE(variants.size(), shuffled ? 3u : 2u) << Pair(d, s, 1) << " has no processor variant";
   }
 }
 
