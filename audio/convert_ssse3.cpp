@@ -12,6 +12,7 @@
 #include "convert_variants.h"
 
 #include <stdint.h>
+#include <string.h>
 #include <tmmintrin.h>
 
 #define KY_SSSE3 __attribute__((target("ssse3")))
@@ -73,9 +74,33 @@ KY_SSSE3 void S24ToF32Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float ga
   }
 }
 
-template <bool kUnity>
+// Unity gain, four samples: x * 2^23 (exact), clamped with the bound as the first operand
+// of max and min, which hands a NaN through to the truncation; its result 0x80000000 has
+// zero low bytes, and only the low three bytes of a lane are kept, so NaN gives 0 as the
+// plain loop does without a mask. Denormal sources give |x * 2^23| < 1, which truncates
+// to 0 in any case; the caller sets DAZ where it can so that they cost no assist.
+struct F32ToS24Unity {
+  __m128 k = _mm_set1_ps(8388608.0f), lo = _mm_set1_ps(-8388608.0f), hi = _mm_set1_ps(8388607.0f);
+  explicit F32ToS24Unity(float) {}
+  __m128i operator()(const uint8_t *p) const {
+    const __m128 y = _mm_mul_ps(_mm_loadu_ps(reinterpret_cast<const float *>(p)), k);
+    return _mm_cvttps_epi32(_mm_min_ps(hi, _mm_max_ps(lo, y)));
+  }
+};
+
+// Whether MXCSR accepts DAZ (bit 6 of the FXSAVE area's MXCSR mask; a zero mask means the
+// default 0xFFBF, without it).
+KY_SSSE3 __attribute__((target("fxsr"))) bool DazSupported() {
+  alignas(16) uint8_t area[512] = {};
+  __builtin_ia32_fxsave(area);
+  uint32_t mask;
+  memcpy(&mask, area + 28, 4);
+  return (mask & 0x40) != 0;
+}
+
+template <class Lanes>
 KY_SSSE3 void F32ToS24Blocks(uint8_t *d, const uint8_t *s, LONG blocks, float gain) {
-  const F32ToS24Lanes<kUnity> convert(gain);
+  const Lanes convert(gain);
   const __m128i g0At0 = Ctl(kG0At0), g1At12 = Ctl(kG1At12), g1From4 = Ctl(kG1From4),
                 g2At8 = Ctl(kG2At8), g2From8 = Ctl(kG2From8), g3At4 = Ctl(kG3At4);
   for (LONG b = 0; b < blocks; ++b) {
@@ -113,10 +138,15 @@ void WINAPI F32ToS24Ssse3(void *dstv, const void *srcv, LONG n, float gain) {
   auto *s = static_cast<const uint8_t *>(srcv);
   // Each block writes exactly its own 48 bytes, so every whole block takes this loop.
   const LONG blocks = n / 16;
-  if (gain == 1.0f)
-    F32ToS24Blocks<true>(d, s, blocks, gain);
-  else
-    F32ToS24Blocks<false>(d, s, blocks, gain);
+  if (gain == 1.0f) {
+    static const bool daz = DazSupported();
+    const unsigned csr = _mm_getcsr();
+    if (daz) _mm_setcsr(csr | 0x40);
+    F32ToS24Blocks<F32ToS24Unity>(d, s, blocks, gain);
+    if (daz) _mm_setcsr(csr);
+  } else {
+    F32ToS24Blocks<F32ToS24Lanes<false>>(d, s, blocks, gain);
+  }
   if (n > blocks * 16)
     PlainConverter(KYSAMPLE_S24, KYSAMPLE_F32)(d + blocks * 48, s + blocks * 64,
                                                n - blocks * 16, gain);

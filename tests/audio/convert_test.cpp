@@ -6,6 +6,7 @@
 
 #include <set>
 #include <string>
+#include <xmmintrin.h>
 
 using namespace audioref;
 
@@ -190,7 +191,9 @@ TEST(AudioConvert, ProcessorVariantsGiveThePlainBits) {
         plain(want.data(), src.data(), LONG(total), g);
         std::vector<uint8_t> buf(total * (Of(d).bytes > Of(s).bytes ? Of(d).bytes : Of(s).bytes));
         memcpy(buf.data(), src.data(), src.size());
+        const unsigned csr = _mm_getcsr();
         f(buf.data(), buf.data(), LONG(total), g);
+        EXPECT_EQ(_mm_getcsr(), csr) << Pair(d, s, g) << " changed MXCSR, " << v.name;
         buf.resize(want.size());
         EXPECT_TRUE(buf == want) << Pair(d, s, g) << " in place, " << v.name;
       }
