@@ -56,6 +56,29 @@ inline BYTE *FirstByte(const BITMAPINFOHEADER *h, BYTE *pixels, LONG stride, con
 
 inline LONG TypeBits(LONG type) { return TypeInfo(type).bitCount; }
 
+// One half (destination or source) of a generic or plug-in record, as references to its
+// fields: the two records order the halves' other fields differently and the source half is
+// const, but these they fill alike.
+template <class Header, class Bytes, class First>
+struct RecordHalf {
+  Header *&header;
+  Bytes *&pixels;
+  First *&first;
+  LONG &bitOffset, &width, &height, &stride;
+
+  // The bitmap's pixels (after the header when none are given), its stride (the default when
+  // 0 is given), the byte and bit of the rectangle's bottom-left pixel and the rectangle's size.
+  void Fill(Header *h, const void *givenPixels, LONG givenStride, const RECT &r, LONG bpp) {
+    BYTE *bytes = Pixels(h, givenPixels);
+    header = h;
+    pixels = bytes;
+    stride = Stride(h, givenStride);
+    first = FirstByte(h, bytes, stride, r, bpp, &bitOffset);
+    width = Width(r);
+    height = Height(r);
+  }
+};
+
 // Gives a record a quantizer for a palette destination; false (record zeroed) when that
 // fails. Other destinations need none.
 template <class Record>
@@ -172,23 +195,15 @@ extern "C" LONG WINAPI KyDibPrepareGenericParams(tKYDIBGENERICPARAMS *p,
     p->xStep = dw > 1 ? LONG((LONGLONG(sw) * kOne - kOne) / (dw - 1)) : LONG(sw * kOne - kOne);
     p->yStep = dh > 1 ? LONG((LONGLONG(sh) * kOne - kOne) / (dh - 1)) : LONG(sh * kOne - kOne);
   }
-  p->dstHeader = dstHeader;
-  p->dstPixels = Pixels(dstHeader, dstPixels);
-  p->dstStride = Stride(dstHeader, dstStride);
-  p->dstFirst = FirstByte(dstHeader, static_cast<BYTE *>(p->dstPixels), p->dstStride, d,
-                          TypeBits(dstType), &p->dstBitOffset);
+  RecordHalf{p->dstHeader, p->dstPixels, p->dstFirst, p->dstBitOffset, p->dstWidth,
+             p->dstHeight, p->dstStride}
+      .Fill(dstHeader, dstPixels, dstStride, d, TypeBits(dstType));
   p->dstRect = d;
-  p->dstWidth = dw;
-  p->dstHeight = dh;
   p->dstColors = RecordColors(dstHeader);
-  p->srcHeader = srcHeader;
-  p->srcPixels = Pixels(srcHeader, srcPixels);
-  p->srcStride = Stride(srcHeader, srcStride);
-  p->srcFirst = FirstByte(srcHeader, static_cast<BYTE *>(const_cast<void *>(p->srcPixels)),
-                          p->srcStride, s, TypeBits(srcType), &p->srcBitOffset);
+  RecordHalf{p->srcHeader, p->srcPixels, p->srcFirst, p->srcBitOffset, p->srcWidth,
+             p->srcHeight, p->srcStride}
+      .Fill(srcHeader, srcPixels, srcStride, s, TypeBits(srcType));
   p->srcRect = s;
-  p->srcWidth = sw;
-  p->srcHeight = sh;
   p->srcColors = RecordColors(srcHeader);
   p->flags = flags;
   return 1;
@@ -288,7 +303,6 @@ extern "C" HRESULT WINAPI DibPreparePluginParam(tKYDIBPLUGINPARAMS *p,
   } else {
     return E_INVALIDARG;
   }
-  const LONG dStride = Stride(dstHeader, dstStride), sStride = Stride(srcHeader, srcStride);
   RECT d, s;
   LONG deltas[4];
   KyDibPrepareRects(dstHeader, &d, dstRect, srcHeader, &s, srcRect, deltas);
@@ -298,22 +312,14 @@ extern "C" HRESULT WINAPI DibPreparePluginParam(tKYDIBPLUGINPARAMS *p,
   }
   if (Width(d) != Width(s) || Height(d) != Height(s)) return E_INVALIDARG;
   const LONG bpp = TypeBits(dstType);
-  p->dstHeader = dstHeader;
-  p->dstPixels = Pixels(dstHeader, dstPixels);
-  p->dstFirst = FirstByte(dstHeader, static_cast<BYTE *>(p->dstPixels), dStride, d, bpp,
-                          &p->dstBitOffset);
+  RecordHalf{p->dstHeader, p->dstPixels, p->dstFirst, p->dstBitOffset, p->dstWidth,
+             p->dstHeight, p->dstStride}
+      .Fill(dstHeader, dstPixels, dstStride, d, bpp);
   p->dstRectRef = dstRect;  // the caller's rectangle (or null), never this call's storage
-  p->dstWidth = Width(d);
-  p->dstHeight = Height(d);
-  p->dstStride = dStride;
-  p->srcHeader = srcHeader;
-  p->srcPixels = Pixels(srcHeader, srcPixels);
-  p->srcFirst = FirstByte(srcHeader, static_cast<BYTE *>(const_cast<void *>(p->srcPixels)),
-                          sStride, s, bpp, &p->srcBitOffset);
+  RecordHalf{p->srcHeader, p->srcPixels, p->srcFirst, p->srcBitOffset, p->srcWidth,
+             p->srcHeight, p->srcStride}
+      .Fill(srcHeader, srcPixels, srcStride, s, bpp);
   p->srcRectRef = srcRect;
-  p->srcWidth = Width(s);
-  p->srcHeight = Height(s);
-  p->srcStride = sStride;
   memcpy(&p->clipLeft, deltas, sizeof deltas);
   p->context = context;
   return S_OK;

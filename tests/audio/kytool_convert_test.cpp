@@ -9,21 +9,7 @@
 namespace {
 
 DWORD RunKytool(const std::string &args) {
-  const std::string bin = getenv("TELLAROK_BIN") ? getenv("TELLAROK_BIN") : ".";
-  const std::string exe = bin + "/kytool.exe";
-  std::string cmd = "\"" + exe + "\" " + args;
-  STARTUPINFOA si;
-  ZeroMemory(&si, sizeof si);
-  si.cb = sizeof si;
-  PROCESS_INFORMATION pi;
-  if (!CreateProcessA(exe.c_str(), &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
-    return 0xFFFFFFFF;
-  WaitForSingleObject(pi.hProcess, 120000);
-  DWORD code = 0xFFFFFFFF;
-  GetExitCodeProcess(pi.hProcess, &code);
-  CloseHandle(pi.hThread);
-  CloseHandle(pi.hProcess);
-  return code;
+  return kytest::RunProgram(kytest::BinPath("kytool.exe"), args);
 }
 
 struct Wave {

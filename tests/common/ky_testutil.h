@@ -44,6 +44,51 @@ F Export(const char *name) {
   return m ? reinterpret_cast<F>(reinterpret_cast<void *>(GetProcAddress(m, name))) : nullptr;
 }
 
+// A built program's path (TELLAROK_BIN, or the current folder when that is unset).
+inline std::string BinPath(const std::string &name) {
+  const char *bin = getenv("TELLAROK_BIN");
+  return std::string(bin ? bin : ".") + "/" + name;
+}
+
+// Starts a program with the given arguments (in folder `dir` when given), waits up to two
+// minutes for it and returns its exit code, 0xFFFFFFFF when it could not be started. With
+// `out`, what the program writes to its standard output and error is appended there.
+inline DWORD RunProgram(const std::string &exe, const std::string &args,
+                        std::string *out = nullptr, const char *dir = nullptr) {
+  std::string cmd = "\"" + exe + "\"" + (args.empty() ? "" : " " + args);
+  STARTUPINFOA si = {};
+  si.cb = sizeof si;
+  HANDLE rd = nullptr, wr = nullptr;
+  if (out) {
+    SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
+    if (!CreatePipe(&rd, &wr, &sa, 0)) return 0xFFFFFFFF;
+    SetHandleInformation(rd, HANDLE_FLAG_INHERIT, 0);
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdOutput = si.hStdError = wr;
+  }
+  PROCESS_INFORMATION pi;
+  const BOOL started = CreateProcessA(exe.c_str(), &cmd[0], nullptr, nullptr, out ? TRUE : FALSE,
+                                      0, nullptr, dir, &si, &pi);
+  // The child holds its own copy of the write end; ours must go for the reads to end.
+  if (wr) CloseHandle(wr);
+  if (!started) {
+    if (rd) CloseHandle(rd);
+    return 0xFFFFFFFF;
+  }
+  if (out) {
+    char buf[4096];
+    DWORD got = 0;
+    while (ReadFile(rd, buf, sizeof buf, &got, nullptr) && got) out->append(buf, got);
+    CloseHandle(rd);
+  }
+  WaitForSingleObject(pi.hProcess, 120000);
+  DWORD code = 0xFFFFFFFF;
+  GetExitCodeProcess(pi.hProcess, &code);
+  CloseHandle(pi.hThread);
+  CloseHandle(pi.hProcess);
+  return code;
+}
+
 typedef int(WINAPI *MessageBoxHook)(HWND, const char *, const char *, UINT);
 inline MessageBoxHook SetMessageBoxHook(MessageBoxHook hook) {
   auto f = Export<MessageBoxHook(WINAPI *)(MessageBoxHook)>("KyInternal_SetMessageBoxHook");

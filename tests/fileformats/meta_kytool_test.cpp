@@ -9,35 +9,7 @@ namespace {
 
 // Runs kytool with the arguments and returns its exit code and standard output.
 DWORD RunKytool(const std::string &args, std::string &out) {
-  const char *bin = getenv("TELLAROK_BIN");
-  const std::string exe = std::string(bin ? bin : ".") + "/kytool.exe";
-  std::string cmd = "\"" + exe + "\" " + args;
-  SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
-  HANDLE rd = nullptr, wr = nullptr;
-  if (!CreatePipe(&rd, &wr, &sa, 0)) return 0xFFFFFFFF;
-  SetHandleInformation(rd, HANDLE_FLAG_INHERIT, 0);
-  STARTUPINFOA si = {};
-  si.cb = sizeof si;
-  si.dwFlags = STARTF_USESTDHANDLES;
-  si.hStdOutput = si.hStdError = wr;
-  PROCESS_INFORMATION pi;
-  BOOL started = CreateProcessA(exe.c_str(), &cmd[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                                &si, &pi);
-  CloseHandle(wr);
-  if (!started) {
-    CloseHandle(rd);
-    return 0xFFFFFFFF;
-  }
-  char buf[4096];
-  DWORD got = 0;
-  while (ReadFile(rd, buf, sizeof buf, &got, nullptr) && got) out.append(buf, got);
-  WaitForSingleObject(pi.hProcess, 120000);
-  DWORD code = 0xFFFFFFFF;
-  GetExitCodeProcess(pi.hProcess, &code);
-  CloseHandle(pi.hThread);
-  CloseHandle(pi.hProcess);
-  CloseHandle(rd);
-  return code;
+  return kytest::RunProgram(kytest::BinPath("kytool.exe"), args, &out);
 }
 
 TEST(MetaKytool, InfoDescribesTake) {

@@ -39,23 +39,11 @@ DWORD WINAPI ScratchThread(void *p) {
 
 DWORD RunHostAs(const std::string &exeName) {
   std::string dir = kytest::TempDir("host-" + exeName);
-  std::string bin = getenv("TELLAROK_BIN") ? getenv("TELLAROK_BIN") : ".";
   std::string exe = dir + exeName;
-  EXPECT_TRUE(CopyFileA((bin + "/kernel_host.exe").c_str(), exe.c_str(), FALSE));
-  EXPECT_TRUE(CopyFileA((bin + "/tellarok.dll").c_str(), (dir + "tellarok.dll").c_str(), FALSE));
-  STARTUPINFOA si = {};
-  si.cb = sizeof si;
-  PROCESS_INFORMATION pi;
-  std::string cmd = "\"" + exe + "\"";
-  if (!CreateProcessA(exe.c_str(), &cmd[0], nullptr, nullptr, FALSE, 0, nullptr, dir.c_str(),
-                      &si, &pi))
-    return 0xFFFFFFFF;
-  WaitForSingleObject(pi.hProcess, 120000);
-  DWORD code = 0xFFFFFFFF;
-  GetExitCodeProcess(pi.hProcess, &code);
-  CloseHandle(pi.hThread);
-  CloseHandle(pi.hProcess);
-  return code;
+  EXPECT_TRUE(CopyFileA(kytest::BinPath("kernel_host.exe").c_str(), exe.c_str(), FALSE));
+  EXPECT_TRUE(CopyFileA(kytest::BinPath("tellarok.dll").c_str(), (dir + "tellarok.dll").c_str(),
+                        FALSE));
+  return kytest::RunProgram(exe, "", nullptr, dir.c_str());
 }
 
 } // namespace
