@@ -125,7 +125,10 @@ KY_IMPORT BOOL KYAPI KyAudio_FixBadWfx(WAVEFORMATEX *format);
 KY_IMPORT BOOL KYAPI KyAudio_IsEqualFormat(const WAVEFORMATEX *a, const WAVEFORMATEX *b);
 
 /* ---- conversion ---- */
-/* The converter for a pair of types or formats, or null when the pair has none. */
+/* The converter for a pair of types or formats, or null when the pair has none. Some pairs
+ * have processor-specific loops, chosen by KyGetCPUSupport (level 0-1 always the plain loop;
+ * the packed 24-bit <-> float32 pairs use byte shuffles when the feature bits report SSSE3);
+ * every loop gives the same bits. */
 KY_IMPORT KYAUDIOCOPYFUNC KYAPI KyAudio_GetCopyFunction2(KYSAMPLETYPE dstType,
                                                          KYSAMPLETYPE srcType);
 KY_IMPORT KYAUDIOCOPYFUNC KYAPI KyAudio_GetCopyFunction(const WAVEFORMATEX *dstFormat,
